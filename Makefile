@@ -1,0 +1,44 @@
+# The two commands of the README, and a few helpers around them.
+#   make demo   installs what is missing, builds, and runs kelto-hsi on the bundled sample data
+#   make test   installs what is missing, builds, and runs every test under ctest
+
+BUILD_DIR  ?= build
+BUILD_TYPE ?= RelWithDebInfo
+JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
+KELTO_HSI  := $(BUILD_DIR)/tools/kelto-hsi
+SAMPLES    := hyperspectral/tests/data
+
+.PHONY: all deps configure build test demo bench format clean
+
+all: build
+
+deps:
+	@bash scripts/install-deps.sh
+
+configure: deps
+	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DKELTO_WARNINGS_AS_ERRORS=ON >/dev/null
+
+build: configure
+	@cmake --build $(BUILD_DIR) --parallel $(JOBS)
+
+test: build
+	@ctest --test-dir $(BUILD_DIR) --output-on-failure --parallel $(JOBS)
+
+demo: build
+	@echo "== kelto-hsi check $(SAMPLES)/sensor_info_vkr9.xml"
+	@$(KELTO_HSI) check $(SAMPLES)/sensor_info_vkr9.xml
+	@echo
+	@echo "== kelto-hsi check $(SAMPLES)/calibration_info_v1.xml (an older grid form)"
+	@$(KELTO_HSI) check $(SAMPLES)/calibration_info_v1.xml
+	@echo
+	@echo "== kelto-hsi check $(SAMPLES)/sensor_info_defective.xml (exit status 2 expected)"
+	@$(KELTO_HSI) check $(SAMPLES)/sensor_info_defective.xml; echo "exit status $$?"
+
+bench: build
+	@for b in $(BUILD_DIR)/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
+
+format:
+	@git ls-files '*.h' '*.cpp' | xargs clang-format -i
+
+clean:
+	@rm -rf $(BUILD_DIR)

@@ -1,0 +1,16 @@
+// Reports errors meant for a person. A thin front of the Logger: the messages go to the Logger's
+// sink at level Error under the name "MessageReporter".
+#pragma once
+
+#include <string>
+
+#include <kelto/common/export.h>
+
+namespace kelto::common {
+
+class KELTO_COMMON_EXPORT MessageReporter {
+ public:
+  static void Error(const std::string& message);
+};
+
+}  // namespace kelto::common

@@ -1,0 +1,14 @@
+// Everything of libkelto_geometry: shapes on the sensor and their run-length encodings.
+#pragma once
+
+#include <string>
+
+#include <kelto/datatypes.h>
+#include <kelto/geometry/export.h>
+
+namespace kelto::geometry {
+
+// The version of this library, the same as the family's.
+KELTO_GEOMETRY_EXPORT std::string GetVersionString();
+
+}  // namespace kelto::geometry

@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building, testing and the tools need, and only those that are
+# missing, so that running it again costs nothing. This is the one place that names them.
+set -euo pipefail
+
+packages=(
+  # the libraries
+  libxml2-dev libboost-dev libboost-thread-dev libboost-date-time-dev libeigen3-dev
+  # the tools in tools/
+  libcli11-dev nlohmann-json3-dev libgdal-dev
+  # building and testing
+  cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$p")
+  fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+
+echo "Installing: ${missing[*]}"
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then
+  sudo="sudo"
+fi
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
