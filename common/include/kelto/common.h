@@ -2,9 +2,18 @@
 // value types that the family shares.
 #pragma once
 
+#include <kelto/common/filter_pattern.h>
+#include <kelto/common/filter_response.h>
 #include <kelto/common/logger.h>
+#include <kelto/common/matrix.h>
 #include <kelto/common/message_reporter.h>
 #include <kelto/common/path.h>
+#include <kelto/common/region_of_interest.h>
+#include <kelto/common/sensor_types.h>
+#include <kelto/common/spectrum.h>
 #include <kelto/common/strings.h>
+#include <kelto/common/time.h>
+#include <kelto/common/utilities.h>
+#include <kelto/common/vector.h>
 #include <kelto/common/version.h>
 #include <kelto/common/xml_serializable_interface.h>

@@ -4,3 +4,9 @@
 #include <kelto/common.h>
 #include <kelto/datatypes.h>
 #include <kelto/geometry.h>
+
+#include <kelto/hyperspectral/foundation/enumerations.h>
+#include <kelto/hyperspectral/foundation/translator.h>
+
+#include <kelto/hyperspectral/calibration/calibration_info.h>
+#include <kelto/hyperspectral/calibration/sensor_info.h>

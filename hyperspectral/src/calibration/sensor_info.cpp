@@ -1,0 +1,205 @@
+#include <kelto/hyperspectral/calibration/sensor_info.h>
+
+#include <cmath>
+
+#include <kelto/hyperspectral/foundation/translator.h>
+
+namespace kelto::hyperspectral {
+
+using common::SensorTypes;
+using Event = SensorInfo::ParsingResult::Event;
+using ParsingResult = SensorInfo::ParsingResult;
+using GainModes = SensorInfo::TEM480_GainModes;
+
+namespace {
+
+class TEM480_GainModesTranslator : public Translator<GainModes::eTEM480_GainModes> {
+ public:
+  TEM480_GainModesTranslator() {
+    Register("unknown", GainModes::GM_UNKNOWN);
+    Register("low", GainModes::GM_LOW);
+    Register("medium", GainModes::GM_MEDIUM);
+    Register("high", GainModes::GM_HIGH);
+  }
+};
+
+const TEM480_GainModesTranslator gmt;
+
+// The figures of the one chip family that the unversioned and early files describe.
+constexpr int kLegacyBitDepth = 10;
+constexpr int kLegacyFullWellCapacity = 13500;
+constexpr double kLegacyOverallGain = 0.2427;
+constexpr double kLegacyAnalogGain = 3.2;
+constexpr double kLegacyDigitalGain = 1.0;
+constexpr double kLegacyPixelPitch = 5.5;
+
+double ComputedOverallGain(int bit_depth, int full_well_capacity_e, double analog_gain,
+                           double digital_gain) {
+  return std::pow(2.0, bit_depth) / full_well_capacity_e * analog_gain * digital_gain;
+}
+
+}  // namespace
+
+std::string GainModes::ToString(eTEM480_GainModes const& mode) {
+  return gmt.TextOf(gmt.HasValue(mode) ? mode : GM_UNKNOWN);
+}
+
+GainModes::eTEM480_GainModes GainModes::FromString(std::string const& text) {
+  return gmt.ValueOf(gmt.HasKey(text) ? text : std::string("unknown"));
+}
+
+void SensorInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
+  const std::string tag = _GetTagName(node);
+  result << Event(ParsingResult::Ok, Event::ReadStart, tag);
+  if (tag != "sensor_info") {
+    result << Event(ParsingResult::Error, Event::SanityCheck,
+                    "The .xml file is not of type SensorInfo");
+  }
+  switch (_GetVersion(node)) {
+    case 0:
+      _ReadXML_v0(result, node);
+      break;
+    case 1:
+      _ReadXML_v1(result, node);
+      break;
+    case 2:
+      _ReadXML_v2(result, node);
+      break;
+    case -1:
+      result << Event(ParsingResult::Warning, Event::MissingVersion, tag);
+      _ReadXML_vNA(result, node);
+      break;
+    default:
+      result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
+      break;
+  }
+  RunSanityChecks(result);
+}
+
+void SensorInfo::WriteXML(_xmlNode*& node) const {
+  _SetTagName(node, "sensor_info");
+  _SetVersion(node, 2ul);
+  _WriteXML_v2(node);
+}
+
+void SensorInfo::_ReadLegacy(ParsingResult& result, _xmlNode* const& node,
+                             std::string const& pitch_name) {
+  if (!_GetValue(width_px, node, "width", 0)) {
+    result << Event(ParsingResult::Error, Event::MissingValue, "width");
+  }
+  if (!_GetValue(height_px, node, "height", 0)) {
+    result << Event(ParsingResult::Error, Event::MissingValue, "height");
+  }
+  if (!_GetValue(pixel_pitch_um, node, pitch_name, kLegacyPixelPitch)) {
+    result << Event(ParsingResult::Warning, Event::MissingValue, pitch_name);
+  }
+  if (pixel_pitch_um == 0.0) {
+    result << Event(ParsingResult::Warning, Event::MissingValue, pitch_name);
+    pixel_pitch_um = kLegacyPixelPitch;
+  }
+  sensor_type = SensorTypes::VKR9;
+  bit_depth = kLegacyBitDepth;
+  full_well_capacity_e = kLegacyFullWellCapacity;
+  overall_gain = kLegacyOverallGain;
+  analog_gain = kLegacyAnalogGain;
+  digital_gain = kLegacyDigitalGain;
+}
+
+void SensorInfo::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
+  _ReadLegacy(result, node, "pixelPitch");
+}
+
+void SensorInfo::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
+  _ReadLegacy(result, node, "pixel_pitch");
+}
+
+void SensorInfo::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
+  _ReadXML_v0(result, node);
+  if (!_GetValue(full_well_capacity_e, node, "full_well_capacity_e", 0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "full_well_capacity_e");
+  }
+  // Without a capacity this is an infinite gain, which the sanity checks then report.
+  overall_gain = ComputedOverallGain(bit_depth, full_well_capacity_e, analog_gain, digital_gain);
+}
+
+void SensorInfo::_ReadXML_v2(ParsingResult& result, _xmlNode* const& node) {
+  std::string type_text;
+  if (!_GetAttribute(type_text, node, "sensor_type", SensorTypes::ToString(SensorTypes::Unknown))) {
+    result << Event(ParsingResult::Error, Event::MissingAttribute, "sensor_type");
+  }
+  sensor_type = SensorTypes::FromString(type_text);
+
+  const auto read = [&](auto& field, const char* name, auto default_value) {
+    if (!_GetValue(field, node, name, default_value)) {
+      result << Event(ParsingResult::Error, Event::MissingElement, name);
+    }
+  };
+  read(width_px, "width_px", 0);
+  read(height_px, "height_px", 0);
+  read(pixel_pitch_um, "pixel_pitch_um", 0.0);
+  read(bit_depth, "bit_depth", 0);
+  read(overall_gain, "overall_gain", 0.0);
+  if (sensor_type == SensorTypes::VKR9) {
+    read(analog_gain, "analog_gain", 0.0);
+    read(digital_gain, "digital_gain", 0.0);
+    read(full_well_capacity_e, "full_well_capacity_e", 0);
+  } else if (sensor_type == SensorTypes::TEM480) {
+    read(gain_mode, "gain_mode", std::string());
+  }
+}
+
+void SensorInfo::_WriteXML_v2(_xmlNode*& node) const {
+  _SetAttribute(node, "sensor_type", SensorTypes::ToString(sensor_type));
+  _SetValue(node, "width_px", width_px);
+  _SetValue(node, "height_px", height_px);
+  _SetValue(node, "pixel_pitch_um", pixel_pitch_um);
+  _SetValue(node, "bit_depth", bit_depth);
+  _SetValue(node, "overall_gain", overall_gain);
+  if (sensor_type == SensorTypes::VKR9) {
+    _SetValue(node, "analog_gain", analog_gain);
+    _SetValue(node, "digital_gain", digital_gain);
+    _SetValue(node, "full_well_capacity_e", full_well_capacity_e);
+  } else if (sensor_type == SensorTypes::TEM480) {
+    _SetValue(node, "gain_mode", gain_mode);
+  }
+}
+
+void SensorInfo::RunSanityChecks(ParsingResult& result) const {
+  const auto check = [&result](bool condition, const char* text) {
+    if (!condition) {
+      result << Event(ParsingResult::Error, Event::SanityCheck, text);
+    }
+  };
+  check(SensorTypes::Unknown != sensor_type, "SensorTypes::eType::Unknown != sensor_type");
+  check(0 < height_px, "0 < height_px");
+  check(0 < width_px, "0 < width_px");
+  check(0.0 < pixel_pitch_um, "0.0 < pixel_pitch_um");
+  check(0 < bit_depth, "0 < bit_depth");
+  if (sensor_type == SensorTypes::VKR9) {
+    check(analog_gain > 0, "analog_gain > 0");
+    check(digital_gain > 0, "digital_gain > 0");
+    check(full_well_capacity_e > 0, "full_well_capacity_e > 0");
+    check(overall_gain > 0.0, "overall_gain > 0.0");
+    const double computed_overall_gain =
+        ComputedOverallGain(bit_depth, full_well_capacity_e, analog_gain, digital_gain);
+    check((0.9 * computed_overall_gain < overall_gain) &&
+              (1.1 * computed_overall_gain > overall_gain),
+          "((0.9 * computed_overall_gain < overall_gain) && (1.1 * computed_overall_gain > "
+          "overall_gain))");
+  } else if (sensor_type == SensorTypes::TEM480) {
+    check(!gain_mode.empty(), "!gain_mode.empty()");
+  }
+}
+
+std::string SensorInfo::GetTypeName() const { return SensorTypes::ToString(sensor_type); }
+
+bool operator==(SensorInfo const& left, SensorInfo const& right) {
+  return left.sensor_type == right.sensor_type && left.width_px == right.width_px &&
+         left.height_px == right.height_px && left.pixel_pitch_um == right.pixel_pitch_um &&
+         left.bit_depth == right.bit_depth && left.analog_gain == right.analog_gain &&
+         left.digital_gain == right.digital_gain &&
+         left.full_well_capacity_e == right.full_well_capacity_e &&
+         left.overall_gain == right.overall_gain && left.gain_mode == right.gain_mode;
+}
+
+}  // namespace kelto::hyperspectral
