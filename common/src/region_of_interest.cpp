@@ -29,7 +29,6 @@ void RegionOfInterest::WriteXML(_xmlNode*& node) const {
   _SetValue(node, "height", height);
 }
 
-
 void RegionOfInterest::RunSanityChecks(ParsingResult& result) const {
   const std::pair<bool, const char*> checks[] = {{0 < width, "0 < width"},
                                                  {0 < height, "0 < height"},

@@ -2,6 +2,8 @@
 
 namespace kelto::common {
 
-void Spectrum::Clear() { *this = Spectrum(); }
+void Spectrum::Clear() {
+  *this = Spectrum();
+}
 
 }  // namespace kelto::common

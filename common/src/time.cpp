@@ -14,7 +14,8 @@ namespace {
 constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
 constexpr std::int64_t kMicrosecondsPerDay = 86'400 * kMicrosecondsPerSecond;
 // The days a TimePoint can hold, with room for the time of day.
-constexpr std::int64_t kMaxDays = std::numeric_limits<std::int64_t>::max() / kMicrosecondsPerDay - 1;
+constexpr std::int64_t kMaxDays =
+    std::numeric_limits<std::int64_t>::max() / kMicrosecondsPerDay - 1;
 
 std::int64_t FloorDiv(std::int64_t value, std::int64_t divisor) {
   const std::int64_t quotient = value / divisor;
@@ -103,7 +104,7 @@ class Reader {
   std::size_t at_ = 0;
 };
 
-// "YYYYMMDD" (basic) or "YYYY-MM-DD" (extended, where the year may have a sign and up to six
+// "YYYYMMDD" (basic) or "YYYY-MM-DD" (extended, where the year may have a sign and up to seven
 // digits, as %Y writes far years).
 bool ReadDate(Reader& reader, std::int64_t& days, bool& basic) {
   const bool negative = reader.Accept('-');
@@ -114,7 +115,7 @@ bool ReadDate(Reader& reader, std::int64_t& days, bool& basic) {
   basic = run == 8 && !negative;
   const bool read =
       basic ? reader.Digits(4, year) && reader.Digits(2, month) && reader.Digits(2, day)
-            : run >= 4 && run <= 6 && reader.Digits(run, year) && reader.Accept('-') &&
+            : run >= 4 && run <= 7 && reader.Digits(run, year) && reader.Accept('-') &&
                   reader.Digits(2, month) && reader.Accept('-') && reader.Digits(2, day);
   if (!read || month < 1 || month > 12) {
     return false;
@@ -167,7 +168,7 @@ std::string Quote(const std::string& text) {
 }
 
 struct Fields {
-  std::int64_t days = 0;  // since 1970-01-01 in the zone of the fields
+  std::int64_t days = 0;          // since 1970-01-01 in the zone of the fields
   std::int64_t microseconds = 0;  // since midnight
   long offset_seconds = 0;
   std::string zone = "UTC";
@@ -175,9 +176,9 @@ struct Fields {
 
 constexpr const char* kWeekdays[] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
                                      "Thursday", "Friday", "Saturday"};
-constexpr const char* kMonths[] = {"January", "February", "March",     "April",
-                                   "May",     "June",     "July",      "August",
-                                   "September", "October", "November", "December"};
+constexpr const char* kMonths[] = {"January",   "February", "March",    "April",
+                                   "May",       "June",     "July",     "August",
+                                   "September", "October",  "November", "December"};
 
 void AppendNumber(std::string& out, std::int64_t value, std::size_t width, char fill = '0') {
   const std::string digits = std::to_string(value < 0 ? -value : value);
@@ -260,7 +261,8 @@ void Format(std::string& out, const Fields& fields, const std::string& format) {
         AppendNumber(out, weekday, 1);
         break;
       case 'z': {
-        const long offset = fields.offset_seconds < 0 ? -fields.offset_seconds : fields.offset_seconds;
+        const long offset =
+            fields.offset_seconds < 0 ? -fields.offset_seconds : fields.offset_seconds;
         out += fields.offset_seconds < 0 ? '-' : '+';
         AppendNumber(out, offset / 3600, 2);
         AppendNumber(out, offset / 60 % 60, 2);
@@ -343,6 +345,10 @@ Date DateFromString(const std::string& text) {
   bool basic = false;
   if (!ReadDate(reader, days, basic) || !reader.AtEnd()) {
     throw std::invalid_argument("not a date of the form 2024-05-17: " + Quote(text));
+  }
+  if (days > std::numeric_limits<Date::rep>::max() ||
+      days < std::numeric_limits<Date::rep>::min()) {
+    throw std::invalid_argument("the date is out of range: " + Quote(text));
   }
   return Date(Date::duration(static_cast<Date::rep>(days)));
 }

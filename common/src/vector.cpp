@@ -44,6 +44,8 @@ void Vector::WriteXML(_xmlNode*& node) const {
   _SetAttribute(node, "values", text);
 }
 
-void Vector::Resize(const unsigned long& size, const double& value) { values_.resize(size, value); }
+void Vector::Resize(const unsigned long& size, const double& value) {
+  values_.resize(size, value);
+}
 
 }  // namespace kelto::common

@@ -6,8 +6,10 @@
 #include <libxml/xmlerror.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -61,7 +63,9 @@ std::string Event::ToString(eEventSource const& source) {
   return "Source(" + std::to_string(static_cast<int>(source)) + ")";
 }
 
-std::string Event::ToString() const { return ToString(state) + " " + ToString(source) + ": " + detail; }
+std::string Event::ToString() const {
+  return ToString(state) + " " + ToString(source) + ": " + detail;
+}
 
 bool Event::operator==(Event const& other) const {
   return state == other.state && source == other.source && detail == other.detail;
@@ -145,13 +149,16 @@ void OnStructuredError(void* user_data, xmlErrorPtr error) {
 
 // The few places of libxml2 that still call the plain handlers directly (out of memory in the
 // tree builder) land here and stay quiet; the structured handler reports the rest.
-void OnPlainMessage(void* user_data, const char* /*format*/, ...) {
+void OnPlainError(void* user_data, const char* /*format*/, ...) {
   auto* context = static_cast<xmlParserCtxt*>(user_data);
   auto* diagnostics = static_cast<Diagnostics*>(context->_private);
   if (diagnostics != nullptr && diagnostics->first_error.empty()) {
     diagnostics->first_error = "the XML parser failed";
   }
 }
+
+// A warning does not make a document unusable, so it must not be taken for an error.
+void OnPlainWarning(void* /*user_data*/, const char* /*format*/, ...) {}
 
 // A DOCTYPE is where entity bombs and external entities live; none of our documents has one, so
 // the parser is stopped as soon as it sees one, before its internal subset is read.
@@ -194,8 +201,10 @@ bool CheckBytes(std::string const& bytes, std::string& problem) {
     return false;
   }
   if (bytes.compare(start, 5, "<?xml") == 0) {
-    const std::size_t end = bytes.find("?>", start);
-    const std::string declaration = bytes.substr(start, end == std::string::npos ? 0 : end - start);
+    // libxml2 reads the encoding of a declaration that never closes too, but never past a '>'.
+    const std::size_t end = bytes.find('>', start);
+    const std::string declaration =
+        bytes.substr(start, end == std::string::npos ? std::string::npos : end - start);
     const std::size_t at = declaration.find("encoding");
     if (at != std::string::npos) {
       const std::size_t open = declaration.find_first_of("\"'", at);
@@ -234,9 +243,9 @@ DocumentPtr ParseUntrusted(std::string const& bytes, std::string& problem) {
   Diagnostics diagnostics;
   context->_private = &diagnostics;
   context->sax->serror = &OnStructuredError;
-  context->sax->error = &OnPlainMessage;
-  context->sax->warning = &OnPlainMessage;
-  context->sax->fatalError = &OnPlainMessage;
+  context->sax->error = &OnPlainError;
+  context->sax->warning = &OnPlainWarning;
+  context->sax->fatalError = &OnPlainError;
   context->sax->internalSubset = &OnDoctype;
   xmlCtxtUseOptions(context.get(), XML_PARSE_NONET);
 
@@ -249,9 +258,15 @@ DocumentPtr ParseUntrusted(std::string const& bytes, std::string& problem) {
     return nullptr;
   }
   if (!context->wellFormed || !document) {
-    problem = "the document is not well-formed XML: " +
-              (diagnostics.first_error.empty() ? std::string("no usable content")
-                                               : diagnostics.first_error);
+    problem = "the document is not well-formed XML: " + (diagnostics.first_error.empty()
+                                                             ? std::string("no usable content")
+                                                             : diagnostics.first_error);
+    return nullptr;
+  }
+  // Some stops of libxml2 (a text node beyond its size limit, memory) leave the document marked
+  // well-formed but cut short; only the error report tells.
+  if (!diagnostics.first_error.empty()) {
+    problem = "the XML parser reported an error: " + diagnostics.first_error;
     return nullptr;
   }
   if (xmlDocGetRootElement(document.get()) == nullptr) {
@@ -318,8 +333,7 @@ void XMLSerializableInterface::ReadFile(ParsingResult& result, filesystem::Path 
   _ReadDocument(result, bytes, path.ToString());
 }
 
-void XMLSerializableInterface::ReadStream(ParsingResult& result,
-                                          std::istringstream const& stream) {
+void XMLSerializableInterface::ReadStream(ParsingResult& result, std::istringstream const& stream) {
   _ReadDocument(result, stream.str(), "stream");
 }
 
@@ -392,7 +406,9 @@ void XMLSerializableInterface::WriteFile(filesystem::Path const& path) const {
 
 namespace {
 
-const xmlChar* X(std::string const& text) { return reinterpret_cast<const xmlChar*>(text.c_str()); }
+const xmlChar* X(std::string const& text) {
+  return reinterpret_cast<const xmlChar*>(text.c_str());
+}
 
 bool IsElement(const _xmlNode* node, std::string const& name) {
   return node->type == XML_ELEMENT_NODE && xmlStrEqual(node->name, X(name));
@@ -540,20 +556,22 @@ bool XMLSerializableInterface::_GetValue(std::string& value, _xmlNode* const& no
 bool XMLSerializableInterface::_GetValue(std::wstring& value, _xmlNode* const& node,
                                          std::string const& name,
                                          std::wstring const& default_value) {
-  return ChildValue(value, node, name, default_value, [](std::string const& text, std::wstring& out) {
-    out = Strings::StringToUnicode(text);
-    return true;
-  });
+  return ChildValue(value, node, name, default_value,
+                    [](std::string const& text, std::wstring& out) {
+                      out = Strings::StringToUnicode(text);
+                      return true;
+                    });
 }
 
 bool XMLSerializableInterface::_GetValue(double& value, _xmlNode* const& node,
                                          std::string const& name, double const& default_value) {
-  return ChildValue(value, node, name, default_value,
-                    [](std::string const& text, double& out) { return Strings::ParseDouble(text, out); });
+  return ChildValue(value, node, name, default_value, [](std::string const& text, double& out) {
+    return Strings::ParseDouble(text, out);
+  });
 }
 
-bool XMLSerializableInterface::_GetValue(int& value, _xmlNode* const& node,
-                                         std::string const& name, int const& default_value) {
+bool XMLSerializableInterface::_GetValue(int& value, _xmlNode* const& node, std::string const& name,
+                                         int const& default_value) {
   return ChildValue(value, node, name, default_value,
                     [](std::string const& text, int& out) { return Strings::ParseInt(text, out); });
 }
@@ -561,9 +579,10 @@ bool XMLSerializableInterface::_GetValue(int& value, _xmlNode* const& node,
 bool XMLSerializableInterface::_GetValue(unsigned long& value, _xmlNode* const& node,
                                          std::string const& name,
                                          unsigned long const& default_value) {
-  return ChildValue(value, node, name, default_value, [](std::string const& text, unsigned long& out) {
-    return Strings::ParseUnsignedLong(text, out);
-  });
+  return ChildValue(value, node, name, default_value,
+                    [](std::string const& text, unsigned long& out) {
+                      return Strings::ParseUnsignedLong(text, out);
+                    });
 }
 
 bool XMLSerializableInterface::_GetValue(bool& value, _xmlNode* const& node,
@@ -585,17 +604,17 @@ bool XMLSerializableInterface::_GetValue(std::vector<double>& value, _xmlNode* c
     const bool parsed = Strings::ParseDoubles(values_text, ", \t\r\n", value);
     std::string count_text;
     unsigned long count = 0;
-    if (AttributeText(child, "nr_elements", count_text)) {
-      return parsed && Strings::ParseUnsignedLong(count_text, count) && count == value.size();
-    }
-    return parsed;
+    return parsed && AttributeText(child, "nr_elements", count_text) &&
+           Strings::ParseUnsignedLong(count_text, count) && count == value.size();
   }
   std::string count_text;
   unsigned long count = 0;
-  const bool counted =
-      AttributeText(child, "nr_elements", count_text) && Strings::ParseUnsignedLong(count_text, count);
+  const bool counted = AttributeText(child, "nr_elements", count_text) &&
+                       Strings::ParseUnsignedLong(count_text, count);
   // One value beyond the claimed count is enough to tell that the text holds more.
-  const std::size_t limit = !counted ? value.max_size() : count < value.max_size() ? count + 1 : count;
+  const std::size_t limit = !counted                   ? value.max_size()
+                            : count < value.max_size() ? count + 1
+                                                       : count;
   const bool parsed = Strings::ParseDoubles(values_text, " \t\r\n", value, limit);
   if (counted && value.size() > count) {
     value.resize(count);
@@ -612,8 +631,9 @@ bool XMLSerializableInterface::_GetAttribute(std::string& value, _xmlNode* const
 
 bool XMLSerializableInterface::_GetAttribute(int& value, _xmlNode* const& node,
                                              std::string const& name, int const& default_value) {
-  return AttributeValue(value, node, name, default_value,
-                        [](std::string const& text, int& out) { return Strings::ParseInt(text, out); });
+  return AttributeValue(value, node, name, default_value, [](std::string const& text, int& out) {
+    return Strings::ParseInt(text, out);
+  });
 }
 
 bool XMLSerializableInterface::_GetAttribute(unsigned long& value, _xmlNode* const& node,
@@ -633,23 +653,23 @@ bool XMLSerializableInterface::_GetAttribute(bool& value, _xmlNode* const& node,
 bool XMLSerializableInterface::_GetAttribute(std::vector<int>& value, _xmlNode* const& node,
                                              std::string const& name,
                                              std::vector<int> const& default_value) {
-  return AttributeValue(value, node, name, default_value,
-                        [](std::string const& text, std::vector<int>& out) {
-                          out.clear();
-                          std::size_t at = 0;
-                          while (at < text.size()) {
-                            const std::size_t end = std::min(text.find_first_of(", \t\r\n", at), text.size());
-                            if (end > at) {
-                              int number = 0;
-                              if (!Strings::ParseInt(std::string_view(text).substr(at, end - at), number)) {
-                                return false;
-                              }
-                              out.push_back(number);
-                            }
-                            at = end + 1;
-                          }
-                          return true;
-                        });
+  return AttributeValue(
+      value, node, name, default_value, [](std::string const& text, std::vector<int>& out) {
+        out.clear();
+        std::size_t at = 0;
+        while (at < text.size()) {
+          const std::size_t end = std::min(text.find_first_of(", \t\r\n", at), text.size());
+          if (end > at) {
+            int number = 0;
+            if (!Strings::ParseInt(std::string_view(text).substr(at, end - at), number)) {
+              return false;
+            }
+            out.push_back(number);
+          }
+          at = end + 1;
+        }
+        return true;
+      });
 }
 
 bool XMLSerializableInterface::_ReadCSV(std::deque<double>& values, std::string const& text) {
@@ -682,8 +702,7 @@ std::string FormatInts(std::vector<int> const& values, const char* separator) {
   return text;
 }
 
-std::string FormatDoubles(std::vector<double> const& values, const char* separator,
-                          int precision) {
+std::string FormatDoubles(std::vector<double> const& values, const char* separator, int precision) {
   std::string text;
   text.reserve(values.size() * static_cast<std::size_t>(precision + 7));
   for (std::size_t i = 0; i < values.size(); ++i) {
@@ -695,9 +714,32 @@ std::string FormatDoubles(std::vector<double> const& values, const char* separat
   return text;
 }
 
+// libxml2 writes bytes that are not UTF-8, and control characters, as they are; the document
+// would then be refused by every parser, ours included. Each such character becomes U+FFFD.
+std::string XmlText(std::string const& text) {
+  const bool plain = std::all_of(text.begin(), text.end(), [](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return (byte >= 0x20 && byte < 0x80) || byte == '\t' || byte == '\n' || byte == '\r';
+  });
+  if (plain) {
+    return text;
+  }
+  std::wstring wide = Strings::StringToUnicode(text);
+  for (wchar_t& c : wide) {
+    const auto code = static_cast<char32_t>(c);
+    const bool allowed = code == 0x9 || code == 0xA || code == 0xD ||
+                         (code >= 0x20 && code <= 0xD7FF) || (code >= 0xE000 && code <= 0xFFFD) ||
+                         (code >= 0x10000 && code <= 0x10FFFF);
+    if (!allowed) {
+      c = static_cast<wchar_t>(0xFFFD);
+    }
+  }
+  return Strings::UnicodeToString(wide);
+}
+
 void AddTextChild(_xmlNode* const& node, std::string const& name, std::string const& text) {
   // xmlNewTextChild escapes the text; xmlNewChild would take it as markup.
-  xmlNewTextChild(node, nullptr, X(name), X(text));
+  xmlNewTextChild(node, nullptr, X(name), X(XmlText(text)));
 }
 
 }  // namespace
@@ -712,7 +754,7 @@ void XMLSerializableInterface::_SetVersion(_xmlNode*& node, unsigned long const&
 
 void XMLSerializableInterface::_SetAttribute(_xmlNode*& node, std::string const& name,
                                              std::string const& value) {
-  xmlSetProp(node, X(name), X(value));
+  xmlSetProp(node, X(name), X(XmlText(value)));
 }
 
 void XMLSerializableInterface::_SetAttribute(_xmlNode*& node, std::string const& name,
@@ -781,7 +823,8 @@ void XMLSerializableInterface::_SetValue(_xmlNode*& node, std::string const& nam
                                          eVectorSerializationMethod const& method,
                                          int const& precision) {
   if (method == VSM_TEXT) {
-    _xmlNode* child = xmlNewTextChild(node, nullptr, X(name), X(FormatDoubles(value, ", ", precision)));
+    _xmlNode* child =
+        xmlNewTextChild(node, nullptr, X(name), X(FormatDoubles(value, ", ", precision)));
     _SetAttribute(child, "nr_elements", static_cast<unsigned long>(value.size()));
     return;
   }

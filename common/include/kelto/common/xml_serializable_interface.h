@@ -103,9 +103,10 @@ class KELTO_COMMON_EXPORT XMLSerializableInterface {
   // Reads the file's bytes (regular files up to kMaxDocumentBytes only), parses them and hands
   // the root element to ReadXML. The parser loads nothing from the network or the file system,
   // substitutes no entities and refuses any document with a DOCTYPE; its messages become events
-  // and are never printed. Documents must be UTF-8 (or declare ISO-8859-1). A failure to read or
-  // parse is one event (Error, SanityCheck, sentence) and the record keeps its state; with
-  // throw_on_error it is a std::runtime_error as well.
+  // and are never printed. Documents must be UTF-8 (or declare ISO-8859-1). Any error the parser
+  // reports refuses the document, also one it would let pass (an undefined namespace prefix). A
+  // failure to read or parse is one event (Error, SanityCheck, sentence) and the record keeps its
+  // state; with throw_on_error it is a std::runtime_error as well.
   void ReadFile(ParsingResult& result, filesystem::Path const& path);
   void ReadStream(ParsingResult& result, std::istringstream const& stream);
   void ReadString(ParsingResult& result, std::string const& text);
@@ -166,7 +167,9 @@ class KELTO_COMMON_EXPORT XMLSerializableInterface {
   static bool _ReadCSV(std::vector<double>& values, std::string const& text,
                        unsigned long const& count);
 
-  // Writers add to the node they are given.
+  // Writers add to the node they are given. Text that XML can't hold (bytes that are not UTF-8,
+  // control characters other than tab and line ends) is written as U+FFFD, so that every written
+  // document reads back.
   static void _SetTagName(_xmlNode*& node, std::string const& name);
   static void _SetVersion(_xmlNode*& node, unsigned long const& version);
 

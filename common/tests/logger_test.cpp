@@ -1,0 +1,67 @@
+#include <kelto/common/logger.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include <kelto/common/message_reporter.h>
+
+namespace kelto::common {
+namespace {
+
+using Message = std::tuple<Logger::eLevel, std::string, std::string>;
+constexpr Logger::eLevel kError = Logger::eLevel::Error;
+constexpr Logger::eLevel kInfo = Logger::eLevel::Info;
+
+class LoggerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Logger::SetSink(
+        [this](Logger::eLevel level, const std::string& name, const std::string& message) {
+          messages_.emplace_back(level, name, message);
+        });
+  }
+  void TearDown() override { Logger::SetSink(nullptr); }
+
+  std::vector<Message> messages_;
+};
+
+TEST_F(LoggerTest, EveryRouteEndsInTheSink) {
+  Logger::StaticError("static error");
+  Logger::StaticInfo("static info");
+  MessageReporter::Error("for a person");
+  const Logger named("PM_PeakDetection", Logger::Parameters());
+  named.Error("named error");
+  named.Info("named info");
+  Logger::StaticError(nullptr);
+  EXPECT_EQ(messages_, (std::vector<Message>{{kError, "", "static error"},
+                                             {kInfo, "", "static info"},
+                                             {kError, "MessageReporter", "for a person"},
+                                             {kError, "PM_PeakDetection", "named error"},
+                                             {kInfo, "PM_PeakDetection", "named info"},
+                                             {kError, "", ""}}));
+}
+
+TEST_F(LoggerTest, DisabledLoggerDropsItsMessages) {
+  Logger::Parameters parameters;
+  parameters.enabled = false;
+  const Logger quiet("quiet", parameters);
+  quiet.Error("dropped");
+  quiet.Info("dropped");
+  EXPECT_TRUE(messages_.empty());
+}
+
+TEST_F(LoggerTest, TheDefaultSinkWritesLevelledLinesToStandardError) {
+  Logger::SetSink(nullptr);
+  ::testing::internal::CaptureStderr();
+  Logger::StaticError("disk full");
+  Logger("module").Info("started");
+  const std::string output = ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(output, "[error] disk full\n[info] module: started\n");
+  EXPECT_TRUE(messages_.empty());
+}
+
+}  // namespace
+}  // namespace kelto::common

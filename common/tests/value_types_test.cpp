@@ -1,0 +1,106 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+#include <stdexcept>
+#include <vector>
+
+#include <kelto/common/filter_pattern.h>
+#include <kelto/common/filter_response.h>
+#include <kelto/common/matrix.h>
+#include <kelto/common/sensor_types.h>
+#include <kelto/common/spectrum.h>
+
+namespace kelto::common {
+namespace {
+
+TEST(SensorTypes, TextFormsRoundTripAndUnknownTextIsUnknown) {
+  for (auto type :
+       {SensorTypes::Unknown, SensorTypes::VKR9, SensorTypes::GENERIC, SensorTypes::TEM480}) {
+    EXPECT_EQ(SensorTypes::FromString(SensorTypes::ToString(type)), type);
+  }
+  EXPECT_EQ(SensorTypes::ToString(SensorTypes::VKR9), "VKR9");
+  EXPECT_EQ(SensorTypes::ToString(SensorTypes::TEM480), "TEM480");
+  EXPECT_EQ(SensorTypes::ToString(static_cast<SensorTypes::eType>(42)), "Unknown");
+  EXPECT_EQ(SensorTypes::FromString("vkr9"), SensorTypes::Unknown);
+  EXPECT_EQ(SensorTypes::FromString(" VKR9"), SensorTypes::Unknown);
+  EXPECT_EQ(SensorTypes::FromString(""), SensorTypes::Unknown);
+  EXPECT_EQ(SensorTypes::TEM480, 3);
+}
+
+TEST(FilterPattern, TextFormsRoundTripAndUnknownTextIsUnknown) {
+  const char* names[] = {"Unknown", "QL100",  "QL150",  "TZT32",
+                         "MZT3x3",  "MZT4x4", "MZT5x5", "DUAL_MZT"};
+  for (int value = 0; value < 8; ++value) {
+    const auto type = static_cast<FilterPattern::eType>(value);
+    EXPECT_EQ(FilterPattern::ToString(type), names[value]);
+    EXPECT_EQ(FilterPattern::FromString(names[value]), type);
+  }
+  EXPECT_EQ(FilterPattern::ToString(static_cast<FilterPattern::eType>(-1)), "Unknown");
+  EXPECT_EQ(FilterPattern::FromString("MZT4X4"), FilterPattern::Unknown);
+}
+
+TEST(Matrix, RowMajorStorage) {
+  Matrix matrix;
+  EXPECT_EQ(matrix.Rows(), 0u);
+  matrix.Initialize(2, 3, 0.5);
+  EXPECT_EQ(matrix.Rows(), 2u);
+  EXPECT_EQ(matrix.Columns(), 3u);
+  const double row[] = {7, 8, 9};
+  std::copy(row, row + 3, matrix.Data() + 1 * matrix.Columns());
+  EXPECT_EQ(matrix(0, 2), 0.5);
+  EXPECT_EQ(matrix(1, 0), 7.0);
+  EXPECT_EQ(matrix(1, 2), 9.0);
+
+  matrix.Initialize(1, 1, -1.0);
+  EXPECT_EQ(matrix(0, 0), -1.0);
+  EXPECT_EQ(matrix.Columns(), 1u);
+
+  const unsigned long huge = std::numeric_limits<unsigned long>::max() / 2;
+  EXPECT_THROW(matrix.Initialize(huge, 4, 0.0), std::invalid_argument);
+  EXPECT_EQ(matrix.Rows(), 1u);
+}
+
+struct DerivedSpectrum : Spectrum {
+  void Clear() override {
+    Spectrum::Clear();
+    tag = 0;
+  }
+  int tag = 5;
+};
+
+TEST(Spectrum, ClearResetsEverythingThroughTheBase) {
+  DerivedSpectrum spectrum;
+  spectrum.wavelength_start_nm = 600;
+  spectrum.wavelength_end_nm = 975;
+  spectrum.wavelength_resolution_nm = 1;
+  spectrum.wavelengths.SetValues({600, 601});
+  spectrum.values.SetValues({0.1, 0.2});
+  const Spectrum copy = spectrum;
+
+  static_cast<Spectrum&>(spectrum).Clear();
+  EXPECT_EQ(spectrum.tag, 0);
+  EXPECT_EQ(
+      spectrum.wavelength_start_nm + spectrum.wavelength_end_nm + spectrum.wavelength_resolution_nm,
+      0.0);
+  EXPECT_EQ(spectrum.wavelengths.Size() + spectrum.values.Size(), 0u);
+  EXPECT_EQ(copy.wavelength_end_nm, 975.0);
+  EXPECT_EQ(copy.values, Vector({0.1, 0.2}));
+}
+
+TEST(FilterResponse, CopiesBothArrays) {
+  std::vector<double> response = {0.1, 0.9, 0.2};
+  std::vector<double> wavelengths = {500, 510, 520};
+  const FilterResponse filter(response.data(), wavelengths.data(), 3, 17);
+  response[0] = 5;
+  EXPECT_EQ(filter.response, (std::vector<double>{0.1, 0.9, 0.2}));
+  EXPECT_EQ(filter.wavelengths, (std::vector<double>{500, 510, 520}));
+  EXPECT_EQ(filter.index, 17u);
+
+  const FilterResponse empty(nullptr, nullptr, 0, 1);
+  EXPECT_TRUE(empty.response.empty());
+  EXPECT_THROW(FilterResponse(nullptr, wavelengths.data(), 3, 0), std::invalid_argument);
+}
+
+}  // namespace
+}  // namespace kelto::common

@@ -1,0 +1,136 @@
+#include <kelto/common/vector.h>
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <string>
+#include <vector>
+
+namespace kelto::common {
+namespace {
+
+using ParsingResult = XMLSerializableInterface::ParsingResult;
+using Event = ParsingResult::Event;
+
+Event ReadStart(const char* tag) {
+  return Event(ParsingResult::Ok, Event::ReadStart, tag);
+}
+Event MissingAttribute(const char* name) {
+  return Event(ParsingResult::Error, Event::MissingAttribute, name);
+}
+
+std::vector<Event> Events(ParsingResult const& result) {
+  return {result.events().begin(), result.events().end()};
+}
+
+// Reads one document into a vector that held something before, so that every case also shows
+// that a read replaces the content.
+struct Read {
+  explicit Read(const std::string& document) : vector({9, 9, 9, 9, 9, 9, 9, 9, 9, 9}) {
+    vector.ReadString(result, document);
+  }
+  Vector vector;
+  ParsingResult result;
+};
+
+TEST(VectorXml, RoundTripWithSixSignificantDigits) {
+  const Vector written({1.5, -2.0, 470.123456789, 1e-9});
+  const std::string text = written.WriteString();
+  EXPECT_NE(text.find("<vector nr_elements=\"4\" values=\"1.5 -2 470.123 1e-09\"/>"),
+            std::string::npos)
+      << text;
+
+  const Read read(text);
+  EXPECT_EQ(read.vector.Values(), (std::vector<double>{1.5, -2.0, 470.123, 1e-9}));
+  EXPECT_EQ(Events(read.result), std::vector<Event>{ReadStart("vector")});
+}
+
+TEST(VectorXml, EmptyVectorRoundTrips) {
+  const std::string text = Vector().WriteString();
+  EXPECT_NE(text.find("nr_elements=\"0\" values=\"\""), std::string::npos) << text;
+  const Read read(text);
+  EXPECT_EQ(read.vector.Size(), 0u);
+  EXPECT_EQ(read.result.state(), ParsingResult::Ok);
+}
+
+TEST(VectorXml, InconsistentOrAbsentAttributesKeepOnlyWhatTheTextHolds) {
+  const Event count = MissingAttribute("nr_elements");
+  const Event values = MissingAttribute("values");
+  const struct {
+    const char* document;
+    std::vector<double> kept;
+    std::vector<Event> events;
+  } cases[] = {
+      {R"(<v nr_elements="5" values="1 2"/>)", {1, 2}, {values}},
+      // A count that no memory could hold must not be believed.
+      {R"(<v nr_elements="18446744073709551615" values="1 2 3"/>)", {1, 2, 3}, {values}},
+      {R"(<v nr_elements="2" values="1 2 3"/>)", {1, 2}, {count}},
+      {R"(<v values="1 2"/>)", {1, 2}, {count}},
+      {R"(<v nr_elements="-1" values=""/>)", {}, {count}},
+      {R"(<v nr_elements="2"/>)", {}, {values}},
+      {R"(<v nr_elements="3" values="1 x 3"/>)", {1}, {values}},
+      {"<v/>", {}, {count, values}},
+      // The attributes are the element's own, not those of a child.
+      {R"(<v><vector nr_elements="1" values="5"/></v>)", {}, {count, values}},
+  };
+  for (const auto& c : cases) {
+    const Read read(c.document);
+    EXPECT_EQ(read.vector.Values(), c.kept) << c.document;
+    std::vector<Event> expected = {ReadStart("v")};
+    expected.insert(expected.end(), c.events.begin(), c.events.end());
+    EXPECT_EQ(Events(read.result), expected) << c.document;
+  }
+}
+
+// A record that stores a vector as a named child, the way spectra and legacy bands do.
+class Holder : public XMLSerializableInterface {
+ public:
+  void ReadXML(ParsingResult& result, _xmlNode* const& node) override {
+    _xmlNode* child = nullptr;
+    if (_GetElement(child, node, "filter_response", 0)) {
+      values.ReadXML(result, child);
+    }
+  }
+  void WriteXML(_xmlNode*& node) const override {
+    _SetTagName(node, "holder");
+    _SetElement(node, "filter_response", values);
+  }
+  Vector values;
+};
+
+TEST(VectorXml, AsTheChildOfARecord) {
+  Holder written;
+  written.values.SetValues({0.25, 0.5});
+  const std::string text = written.WriteString();
+  EXPECT_NE(text.find("<filter_response nr_elements=\"2\" values=\"0.25 0.5\"/>"),
+            std::string::npos)
+      << text;
+  Holder read;
+  ParsingResult result;
+  read.ReadString(result, text);
+  EXPECT_EQ(read.values, written.values);
+  EXPECT_EQ(Events(result), std::vector<Event>{ReadStart("filter_response")});
+}
+
+TEST(VectorAccess, ResizeIndexAndRange) {
+  Vector vector;
+  EXPECT_EQ(vector.Begin(), vector.End());
+  vector.Resize(3, 1.5);
+  vector[1] = 4.0;
+  vector.Resize(5, -1.0);
+  EXPECT_EQ(vector.Values(), (std::vector<double>{1.5, 4.0, 1.5, -1.0, -1.0}));
+  EXPECT_EQ(vector.End() - vector.Begin(), 5);
+  const Vector& view = vector;
+  EXPECT_EQ(std::accumulate(view.Begin(), view.End(), 0.0), 5.0);
+  EXPECT_EQ(view[3], -1.0);
+  vector.Resize(2, 0.0);
+  EXPECT_EQ(vector.Values(), (std::vector<double>{1.5, 4.0}));
+
+  Vector copy = vector;
+  EXPECT_EQ(copy, vector);
+  copy[0] = 0.0;
+  EXPECT_NE(copy, vector);
+}
+
+}  // namespace
+}  // namespace kelto::common
