@@ -1,0 +1,194 @@
+// A filter zone: a rectangle of the sensor covered by one arrangement of spectral filters, with
+// the bands of that arrangement and the peaks found in each band's measured response. The four
+// arrangements are the subclasses below. FilterInfo owns the zones (stored as plain FilterZone
+// values that keep their layout); peak detection fills the bands, the correction reads them.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include <kelto/common/region_of_interest.h>
+#include <kelto/common/xml_serializable_interface.h>
+#include <kelto/hyperspectral/export.h>
+#include <kelto/hyperspectral/foundation/enumerations.h>
+
+namespace kelto::hyperspectral {
+
+class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInterface {
+ public:
+  enum eFilterLayout : std::int32_t { NO_FILTER = 0, WEDGE = 1, TILED = 2, MOSAIC = 3 };
+
+  // One band of the pattern: its place, whether it takes part in the output, its measured
+  // response on the calibration grid and the peaks found in it. Stored as "band".
+  class KELTO_HYPERSPECTRAL_EXPORT BandInfo : public common::XMLSerializableInterface {
+   public:
+    // One peak of a band's response, as fitted. Stored as "peak".
+    class KELTO_HYPERSPECTRAL_EXPORT PeakInfo : public common::XMLSerializableInterface {
+     public:
+      PeakInfo() = default;
+      ~PeakInfo() override = default;
+
+      // Versions 2, 1, 0, and anything newer as 2; a missing version is an error.
+      void ReadXML(ParsingResult& result, _xmlNode* const& node) override;
+      void WriteXML(_xmlNode*& node) const override;
+      // (Error, SanityCheck, condition) for each failed condition; NaN fails every test.
+      void RunSanityChecks(ParsingResult& result) const;
+
+      Distributions::eDistribution shape = Distributions::DB_LORENTZIAN;
+      unsigned long order = 1;
+      double wavelength_nm = 0.0;
+      double fwhm_nm = 0.0;
+      double quantum_efficiency = 0.0;  // the peak's height, "QE" in files
+      double contribution = 0.0;
+      double fit_error = 0.0;
+
+     protected:
+      virtual void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node);
+      virtual void _ReadXML_v1(ParsingResult& result, _xmlNode* const& node);
+      virtual void _ReadXML_v2(ParsingResult& result, _xmlNode* const& node);
+      virtual void _WriteXML_v2(_xmlNode*& node) const;
+    };
+
+    BandInfo() = default;
+    ~BandInfo() override = default;
+
+    // Versions 4 to 0, and anything newer as 4; a missing version is an error. No checks here:
+    // the filter block runs them.
+    void ReadXML(ParsingResult& result, _xmlNode* const& node) override;
+    void WriteXML(_xmlNode*& node) const override;
+    // The checks of each peak in order.
+    void RunSanityChecks(ParsingResult& result) const;
+
+    unsigned long pattern_position_index = 0;  // "index" in files
+    bool selected = false;
+    std::deque<PeakInfo> peaks;
+    std::vector<double> response;  // one value per sample point of the calibration grid
+
+   protected:
+    virtual void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node);
+    virtual void _ReadXML_v1(ParsingResult& result, _xmlNode* const& node);
+    virtual void _ReadXML_v2(ParsingResult& result, _xmlNode* const& node);
+    virtual void _ReadXML_v3(ParsingResult& result, _xmlNode* const& node);
+    virtual void _ReadXML_v4(ParsingResult& result, _xmlNode* const& node);
+    virtual void _WriteXML_v4(_xmlNode*& node) const;
+  };
+
+  static constexpr double refractive_index = 1.7;
+
+  explicit FilterZone(eFilterLayout const& layout);
+  FilterZone(FilterZone const&) = default;
+  FilterZone& operator=(FilterZone const&) = default;
+  ~FilterZone() override = default;
+
+  eFilterLayout const& filter_layout() const { return filter_layout_; }
+
+  // A new zone of the subclass of the layout (NoFilterZone for any value that is not a filter);
+  // the caller deletes it.
+  static FilterZone* Create(eFilterLayout const& layout);
+  // A copy of the zone as the subclass of its layout; the caller deletes it.
+  static FilterZone* Create(FilterZone const& zone);
+  // "NO_FILTER", "WEDGE", "TILED", "MOSAIC"; "UNKNOWN" for any other value.
+  static std::string ToString(eFilterLayout const& layout);
+  // Exact match; any other text, "UNKNOWN" too, gives -1. Never throws.
+  static void FromString(eFilterLayout& layout, std::string const& text);
+
+  // How far apart in pixels two neighbouring bands of the pattern lie (0 without a neighbour in
+  // that direction), and the pixel step between two cells of the same band. The band steps divide
+  // by the pattern size: a zone with a zero pattern throws std::logic_error.
+  unsigned long GetBandStepX() const;
+  unsigned long GetBandStepY() const;
+  unsigned long GetPixelStepX() const;
+  unsigned long GetPixelStepY() const;
+
+  // Reads the version of the element with the readers of this object's subclass. No checks here.
+  void ReadXML(ParsingResult& result, _xmlNode* const& node) override;
+  void WriteXML(_xmlNode*& node) const override;
+  // A NO_FILTER zone is not checked; others check area, sizes, band count and their bands.
+  void RunSanityChecks(ParsingResult& result) const;
+
+  // Operations on a list of bands.
+  static void RetainSelectedOnly(std::deque<BandInfo>& bands);
+  static void RetainWithPeaksOnly(std::deque<BandInfo>& bands);
+  static void SortOnPatternPositionIndex(std::deque<BandInfo>& bands);
+  // Needs at least one peak in every band (see RetainWithPeaksOnly).
+  static void SortOnWavelength(std::deque<BandInfo>& bands);
+  static bool _ComparePaternPositionIndex(BandInfo const& first, BandInfo const& second);
+  static bool _CompareWavelength(BandInfo const& first, BandInfo const& second);
+  // Both forms take their vectors by value, as the exported interface has always had them: they
+  // lay the responses out as rows of the length of the first band's response, into the copies.
+  static void GetResponseMatrix(std::vector<double> values, std::vector<double*> rows,
+                                std::deque<BandInfo> const& bands);
+  static void GetResponseMatrix(std::vector<double const*> rows,
+                                std::deque<BandInfo> const& bands);
+
+  unsigned long index = 0;
+  common::RegionOfInterest filter_area;
+  unsigned long pattern_width = 0;
+  unsigned long pattern_height = 0;
+  unsigned long filter_width = 0;
+  unsigned long filter_height = 0;
+  double spectral_range_start_nm = 0.0;
+  double spectral_range_end_nm = 0.0;
+  std::deque<BandInfo> bands;
+
+ protected:
+  virtual void _ReadXML_vNA(ParsingResult& result, _xmlNode* const& node);
+  virtual void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node);
+  virtual void _ReadXML_v1(ParsingResult& result, _xmlNode* const& node);
+  virtual void _ReadXML_v2(ParsingResult& result, _xmlNode* const& node);
+  virtual void _ReadXML_v3(ParsingResult& result, _xmlNode* const& node);
+  virtual void _WriteXML_v3(_xmlNode*& node) const;
+
+ private:
+  eFilterLayout filter_layout_;
+};
+
+class KELTO_HYPERSPECTRAL_EXPORT NoFilterZone : public FilterZone {
+ public:
+  NoFilterZone() : FilterZone(NO_FILTER) {}
+
+ protected:
+  // Every reader leaves a fresh zone and reads nothing; the writer writes nothing.
+  void _ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) override;
+  void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node) override;
+  void _ReadXML_v1(ParsingResult& result, _xmlNode* const& node) override;
+  void _ReadXML_v2(ParsingResult& result, _xmlNode* const& node) override;
+  void _ReadXML_v3(ParsingResult& result, _xmlNode* const& node) override;
+  void _WriteXML_v3(_xmlNode*& node) const override;
+};
+
+class KELTO_HYPERSPECTRAL_EXPORT WedgeFilterZone : public FilterZone {
+ public:
+  WedgeFilterZone() : FilterZone(WEDGE) {}
+
+ protected:
+  void _ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) override;
+  void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node) override;
+};
+
+class KELTO_HYPERSPECTRAL_EXPORT TiledFilterZone : public FilterZone {
+ public:
+  TiledFilterZone() : FilterZone(TILED) {}
+
+ protected:
+  void _ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) override;
+};
+
+class KELTO_HYPERSPECTRAL_EXPORT MosaicFilterZone : public FilterZone {
+ public:
+  MosaicFilterZone() : FilterZone(MOSAIC) {}
+
+ protected:
+  void _ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) override;
+};
+
+KELTO_HYPERSPECTRAL_EXPORT bool operator==(FilterZone::BandInfo::PeakInfo const& left,
+                                           FilterZone::BandInfo::PeakInfo const& right);
+KELTO_HYPERSPECTRAL_EXPORT bool operator==(FilterZone::BandInfo const& left,
+                                           FilterZone::BandInfo const& right);
+// All fields but the layout: a wedge and a tile set with equal fields are equal.
+KELTO_HYPERSPECTRAL_EXPORT bool operator==(FilterZone const& left, FilterZone const& right);
+
+}  // namespace kelto::hyperspectral

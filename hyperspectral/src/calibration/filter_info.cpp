@@ -1,0 +1,228 @@
+#include <kelto/hyperspectral/calibration/filter_info.h>
+
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+
+#include "unread_version.h"
+
+namespace kelto::hyperspectral {
+
+using ParsingResult = common::XMLSerializableInterface::ParsingResult;
+using Event = ParsingResult::Event;
+
+namespace {
+
+// Edges of the bounding box are whole pixels. A negative or huge edge is outside what an
+// unsigned 64-bit edge can hold; such a zone fails its own checks, and the edge is clamped here
+// instead of being converted with undefined behaviour.
+std::uint64_t Edge(double value) {
+  if (!(value > 0.0)) {
+    return 0;
+  }
+  return value >= 1.8446744073709552e19 ? UINT64_MAX : static_cast<std::uint64_t>(value);
+}
+
+template <typename Zones>
+auto& BandOf(Zones& zones, unsigned long const& index) {
+  unsigned long total = 0;
+  for (auto& zone : zones) {
+    const unsigned long before = total;
+    total += zone.bands.size();
+    if (index < total) {
+      return zone.bands[index - before];
+    }
+  }
+  throw std::runtime_error("invalid band index");
+}
+
+}  // namespace
+
+void FilterInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
+  const std::string tag = _GetTagName(node);
+  result << Event(ParsingResult::Ok, Event::ReadStart, tag);
+  const int version = _GetVersion(node);
+  if (version >= 1) {
+    _ReadXML_v1(result, node);
+  } else if (version == 0) {
+    _ReadXML_v0(result, node);
+  } else if (version == -1) {
+    _ReadXML_vNA(result, node);
+  } else {
+    result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
+  }
+  RunSanityChecks(result);
+}
+
+void FilterInfo::WriteXML(_xmlNode*& node) const {
+  _SetTagName(node, "filter_info");
+  _SetVersion(node, 1ul);
+  _WriteXML_v1(node);
+}
+
+void FilterInfo::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
+  ReportUnreadVersion(result, node);
+}
+
+void FilterInfo::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
+  ReportUnreadVersion(result, node);
+}
+
+void FilterInfo::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
+  filter_zones.clear();
+  _xmlNode* grid = nullptr;
+  if (_GetElement(grid, node, "calibration_info", 0)) {
+    calibration_info.ReadXML(result, grid);
+  } else {
+    result << Event(ParsingResult::Error, Event::MissingElement, "calibration_info");
+  }
+  _xmlNode* container = nullptr;
+  if (!_GetElement(container, node, "filter_zones", 0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "filter_zones");
+    return;
+  }
+  std::deque<_xmlNode*> items;
+  _GetElements(items, container, "filter_zone");
+  for (_xmlNode* item : items) {
+    std::string text;
+    _GetAttribute(text, item, "layout", FilterZone::ToString(FilterZone::NO_FILTER));
+    FilterZone::eFilterLayout layout = FilterZone::NO_FILTER;
+    FilterZone::FromString(layout, text);
+    std::unique_ptr<FilterZone> zone(FilterZone::Create(layout));
+    zone->ReadXML(result, item);
+    filter_zones.push_back(*zone);
+  }
+}
+
+void FilterInfo::_WriteXML_v1(_xmlNode*& node) const {
+  _SetElement(node, "calibration_info", calibration_info);
+  _xmlNode* container = nullptr;
+  _PutChild(container, node, "filter_zones");
+  for (const FilterZone& zone : filter_zones) {
+    _SetElement(container, "filter_zone", zone);
+  }
+}
+
+void FilterInfo::RunSanityChecks(ParsingResult& result) const {
+  const auto fail = [&result](const char* text) {
+    result << Event(ParsingResult::Error, Event::SanityCheck, text);
+  };
+  calibration_info.RunSanityChecks(result);
+  if (filter_zones.empty()) {
+    fail("!filter_zones.empty ()");
+  }
+  for (std::size_t i = 0; i < filter_zones.size(); ++i) {
+    const FilterZone& filter_zone = filter_zones[i];
+    if (filter_zone.index != i) {
+      fail("(i == filter_zone.index)");
+    }
+    filter_zone.RunSanityChecks(result);
+    const common::RegionOfInterest& area = filter_zone.filter_area;
+    for (std::size_t k = 0; k < i; ++k) {
+      const common::RegionOfInterest& prev = filter_zones[k].filter_area;
+      if (!(prev.offset_y + prev.height <= area.offset_y ||
+            prev.offset_x + prev.width <= area.offset_x)) {
+        fail("(prev_filter_zone.filter_area.offset_y + prev_filter_zone.filter_area.height <= "
+             "filter_zone.filter_area.offset_y) || (prev_filter_zone.filter_area.offset_x + "
+             "prev_filter_zone.filter_area.width <= filter_zone.filter_area.offset_x)");
+      }
+    }
+  }
+}
+
+unsigned long FilterInfo::GetTotalNrBands() const {
+  unsigned long total = 0;
+  for (const FilterZone& zone : filter_zones) {
+    total += zone.bands.size();
+  }
+  return total;
+}
+
+FilterZone::BandInfo& FilterInfo::GetBand(unsigned long const& index) {
+  return BandOf(filter_zones, index);
+}
+
+FilterZone::BandInfo const& FilterInfo::GetBand(unsigned long const& index) const {
+  return BandOf(filter_zones, index);
+}
+
+common::RegionOfInterest FilterInfo::GetFilterZonesBoundingBox() const {
+  common::RegionOfInterest box;
+  if (filter_zones.empty()) {
+    return box;
+  }
+  const common::RegionOfInterest& first = filter_zones.front().filter_area;
+  std::uint64_t left = Edge(first.offset_x);
+  std::uint64_t top = Edge(first.offset_y);
+  std::uint64_t right = Edge(first.offset_x + first.width);
+  std::uint64_t bottom = Edge(first.offset_y + first.height);
+  for (std::size_t i = 1; i < filter_zones.size(); ++i) {
+    const common::RegionOfInterest& area = filter_zones[i].filter_area;
+    if (area.offset_x < static_cast<double>(left)) {
+      left = Edge(area.offset_x);
+    }
+    if (area.offset_y < static_cast<double>(top)) {
+      top = Edge(area.offset_y);
+    }
+    if (area.offset_x + area.width > static_cast<double>(right)) {
+      right = Edge(area.offset_x + area.width);
+    }
+    if (area.offset_y + area.height > static_cast<double>(bottom)) {
+      bottom = Edge(area.offset_y + area.height);
+    }
+  }
+  box.offset_x = static_cast<double>(left);
+  box.offset_y = static_cast<double>(top);
+  box.width = static_cast<double>(right) - static_cast<double>(left);
+  box.height = static_cast<double>(bottom) - static_cast<double>(top);
+  return box;
+}
+
+std::string FilterInfo::GetTypeName() const {
+  if (filter_zones.size() == 2) {
+    const FilterZone::eFilterLayout first = filter_zones[0].filter_layout();
+    const FilterZone::eFilterLayout second = filter_zones[1].filter_layout();
+    if (first == FilterZone::WEDGE && second == FilterZone::WEDGE) {
+      return "QL150-470_900";
+    }
+    if (first == FilterZone::MOSAIC && second == FilterZone::MOSAIC) {
+      return "DUAL_MZT-470_875";
+    }
+    return "unknown";
+  }
+  if (filter_zones.size() != 1) {
+    return "unknown";
+  }
+  const FilterZone& zone = filter_zones.front();
+  std::ostringstream name;
+  name.imbue(std::locale::classic());
+  switch (zone.filter_layout()) {
+    case FilterZone::WEDGE:
+      name << "QL";
+      if (zone.bands.size() == 128) {
+        name << "100";
+      } else {
+        name << zone.bands.size();
+      }
+      break;
+    case FilterZone::TILED:
+      name << "TZT" << zone.bands.size();
+      break;
+    case FilterZone::MOSAIC:
+      name << "MZT" << zone.pattern_width << "x" << zone.pattern_height;
+      break;
+    default:
+      return "unknown";
+  }
+  name << "-" << zone.spectral_range_start_nm << "_" << zone.spectral_range_end_nm;
+  return name.str();
+}
+
+bool operator==(FilterInfo const& left, FilterInfo const& right) {
+  return left.calibration_info == right.calibration_info &&
+         left.filter_zones.size() == right.filter_zones.size() &&
+         std::equal(left.filter_zones.begin(), left.filter_zones.end(),
+                    right.filter_zones.begin());
+}
+
+}  // namespace kelto::hyperspectral

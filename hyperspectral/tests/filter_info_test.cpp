@@ -1,0 +1,216 @@
+#include <kelto/hyperspectral/calibration/filter_info.h>
+
+#include <gtest/gtest.h>
+
+#include "event_list.h"
+
+namespace kelto::hyperspectral {
+namespace {
+
+using testing::EventList;
+using testing::Events;
+using testing::Read;
+using ParsingResult = common::XMLSerializableInterface::ParsingResult;
+
+constexpr int kOk = 0, kWarning = 1, kError = 2;
+constexpr int kUnsupportedVersion = 11, kMissingElement = 13, kSanityCheck = 30,
+              kReadStart = 40;
+
+const char* const kOrderRule =
+    "(prev_filter_zone.filter_area.offset_y + prev_filter_zone.filter_area.height <= "
+    "filter_zone.filter_area.offset_y) || (prev_filter_zone.filter_area.offset_x + "
+    "prev_filter_zone.filter_area.width <= filter_zone.filter_area.offset_x)";
+
+FilterZone Zone(FilterZone::eFilterLayout layout, unsigned long index, double x, double y,
+                double width, double height, unsigned long bands) {
+  FilterZone zone(layout);
+  zone.index = index;
+  zone.filter_area = common::RegionOfInterest(x, y, width, height);
+  zone.pattern_width = 1;
+  zone.pattern_height = bands;
+  zone.filter_width = static_cast<unsigned long>(width);
+  zone.filter_height = 1;
+  zone.spectral_range_start_nm = 600.0;
+  zone.spectral_range_end_nm = 1000.0;
+  for (unsigned long i = 0; i < bands; ++i) {
+    FilterZone::BandInfo band;
+    band.pattern_position_index = i;
+    band.response = {static_cast<double>(index), static_cast<double>(i)};
+    zone.bands.push_back(band);
+  }
+  return zone;
+}
+
+FilterInfo TwoWedges() {
+  FilterInfo filter;
+  filter.calibration_info.sample_points_nm = {600.0, 800.0};
+  filter.filter_zones.push_back(Zone(FilterZone::WEDGE, 0, 0.0, 0.0, 2048.0, 512.0, 64));
+  filter.filter_zones.push_back(Zone(FilterZone::WEDGE, 1, 0.0, 512.0, 2048.0, 512.0, 128));
+  return filter;
+}
+
+TEST(FilterInfoBands, GlobalNumbersRunOverAllZones) {
+  FilterInfo filter = TwoWedges();
+  EXPECT_EQ(filter.GetTotalNrBands(), 192u);
+  EXPECT_EQ(filter.GetBand(0).response[0], 0.0);
+  EXPECT_EQ(filter.GetBand(63).response[1], 63.0);
+  EXPECT_EQ(filter.GetBand(64).response[0], 1.0);
+  EXPECT_EQ(filter.GetBand(64).response[1], 0.0);
+  const FilterInfo& constant = filter;
+  EXPECT_EQ(constant.GetBand(191).response[1], 127.0);
+  try {
+    constant.GetBand(192);
+    FAIL() << "no exception";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "invalid band index");
+  }
+  filter.GetBand(5).selected = true;
+  EXPECT_TRUE(filter.filter_zones[0].bands[5].selected);
+  EXPECT_THROW(FilterInfo().GetBand(0), std::runtime_error);
+}
+
+TEST(FilterInfoBoundingBox, WholePixelsAroundAllZones) {
+  FilterInfo filter;
+  EXPECT_TRUE(filter.GetFilterZonesBoundingBox() == common::RegionOfInterest());
+  filter.filter_zones.push_back(Zone(FilterZone::MOSAIC, 0, 10.7, 20.2, 100.6, 50.5, 1));
+  filter.filter_zones.push_back(Zone(FilterZone::MOSAIC, 1, 5.9, 80.0, 50.0, 30.9, 1));
+  // Left 5 (from 5.9), top 20, right 111 (10.7 + 100.6 = 111.3), bottom 110 (80 + 30.9).
+  EXPECT_TRUE(filter.GetFilterZonesBoundingBox() ==
+              common::RegionOfInterest(5.0, 20.0, 106.0, 90.0));
+}
+
+TEST(FilterInfoTypeName, EveryRowOfTheFamilyTable) {
+  const auto single = [](FilterZone zone) {
+    FilterInfo filter;
+    filter.filter_zones.push_back(zone);
+    return filter.GetTypeName();
+  };
+  EXPECT_EQ(single(Zone(FilterZone::WEDGE, 0, 0, 0, 8, 8, 128)), "QL100-600_1000");
+  EXPECT_EQ(single(Zone(FilterZone::WEDGE, 0, 0, 0, 8, 8, 100)), "QL100-600_1000");
+  EXPECT_EQ(single(Zone(FilterZone::WEDGE, 0, 0, 0, 8, 8, 127)), "QL127-600_1000");
+  FilterZone tiles = Zone(FilterZone::TILED, 0, 0, 0, 8, 8, 32);
+  EXPECT_EQ(single(tiles), "TZT32-600_1000");
+  FilterZone mosaic = Zone(FilterZone::MOSAIC, 0, 0, 0, 8, 8, 16);
+  mosaic.pattern_width = 4;
+  mosaic.pattern_height = 4;
+  mosaic.spectral_range_start_nm = 470.5;
+  mosaic.spectral_range_end_nm = 620.0;
+  EXPECT_EQ(single(mosaic), "MZT4x4-470.5_620");
+  EXPECT_EQ(single(Zone(FilterZone::NO_FILTER, 0, 0, 0, 8, 8, 1)), "unknown");
+
+  FilterInfo two = TwoWedges();
+  EXPECT_EQ(two.GetTypeName(), "QL150-470_900");
+  two.filter_zones[0] = mosaic;
+  EXPECT_EQ(two.GetTypeName(), "unknown");
+  two.filter_zones[1] = Zone(FilterZone::MOSAIC, 1, 0, 0, 8, 8, 4);
+  EXPECT_EQ(two.GetTypeName(), "DUAL_MZT-470_875");
+  two.filter_zones.push_back(mosaic);
+  EXPECT_EQ(two.GetTypeName(), "unknown");
+  EXPECT_EQ(FilterInfo().GetTypeName(), "unknown");
+}
+
+TEST(FilterInfoReading, RoundTripKeepsLayoutsOfStoredZones) {
+  FilterInfo filter = TwoWedges();
+  filter.filter_zones[1] = Zone(FilterZone::TILED, 1, 0.0, 512.0, 2048.0, 512.0, 4);
+  FilterInfo copy;
+  const auto result = Read(copy, filter.WriteString());
+  EXPECT_EQ(result.state(), kOk) << testing::Events(result).size();
+  EXPECT_TRUE(copy == filter);
+  ASSERT_EQ(copy.filter_zones.size(), 2u);
+  EXPECT_EQ(copy.filter_zones[0].filter_layout(), FilterZone::WEDGE);
+  EXPECT_EQ(copy.filter_zones[1].filter_layout(), FilterZone::TILED);
+}
+
+TEST(FilterInfoReading, UnknownLayoutBecomesAnEmptyNoFilterZone) {
+  FilterInfo filter;
+  const auto result = Read(filter, R"(<filter_info version="1">
+      <calibration_info version="5"><sample_points_nm nr_elements="1" values="500"/>
+      </calibration_info><filter_zones><filter_zone version="3" layout="SPIRAL" index="4">
+      <pattern_width>2</pattern_width></filter_zone></filter_zones></filter_info>)");
+  ASSERT_EQ(filter.filter_zones.size(), 1u);
+  EXPECT_EQ(filter.filter_zones[0].filter_layout(), FilterZone::NO_FILTER);
+  EXPECT_EQ(filter.filter_zones[0].pattern_width, 0u);
+  EXPECT_EQ(Events(result), (EventList{{kOk, kReadStart, "filter_info"},
+                                       {kOk, kReadStart, "calibration_info"},
+                                       {kOk, kReadStart, "filter_zone"}}));
+}
+
+TEST(FilterInfoReading, MissingContainersAndEmptyZoneList) {
+  FilterInfo filter = TwoWedges();
+  auto result = Read(filter, R"(<filter_info version="1"/>)");
+  EXPECT_EQ(Events(result), (EventList{{kOk, kReadStart, "filter_info"},
+                                       {kError, kMissingElement, "calibration_info"},
+                                       {kError, kMissingElement, "filter_zones"},
+                                       {kError, kSanityCheck, "!filter_zones.empty ()"}}));
+  EXPECT_TRUE(filter.filter_zones.empty());
+  // The grid was not in the file and keeps what it held.
+  EXPECT_EQ(filter.calibration_info.sample_points_nm.size(), 2u);
+
+  result = Read(filter, R"(<filter_info version="3"><calibration_info version="5">
+      <sample_points_nm nr_elements="0" values=""/></calibration_info><filter_zones/>
+      </filter_info>)");
+  EXPECT_EQ(Events(result),
+            (EventList{{kOk, kReadStart, "filter_info"},
+                       {kOk, kReadStart, "calibration_info"},
+                       {kWarning, kSanityCheck, "!sample_points_nm.empty ()"},
+                       {kError, kSanityCheck, "!filter_zones.empty ()"}}));
+}
+
+TEST(FilterInfoReading, VersionsWithoutReaderYet) {
+  for (const char* xml : {"<filter_info/>", R"(<filter_info version="0"/>)"}) {
+    FilterInfo filter;
+    EXPECT_EQ(Events(Read(filter, xml)),
+              (EventList{{kOk, kReadStart, "filter_info"},
+                         {kError, kUnsupportedVersion, "filter_info"},
+                         {kWarning, kSanityCheck, "!sample_points_nm.empty ()"},
+                         {kError, kSanityCheck, "!filter_zones.empty ()"}}));
+  }
+}
+
+TEST(FilterInfoChecks, ZonesMustBeNumberedAndListedTopLeftFirst) {
+  FilterInfo filter;
+  filter.calibration_info.sample_points_nm = {600.0};
+  // Side by side, the right one listed first: the left one lies neither below nor right of it.
+  filter.filter_zones.push_back(Zone(FilterZone::WEDGE, 0, 1024.0, 0.0, 1024.0, 512.0, 4));
+  filter.filter_zones.push_back(Zone(FilterZone::WEDGE, 1, 0.0, 0.0, 1024.0, 512.0, 4));
+  ParsingResult result;
+  filter.RunSanityChecks(result);
+  EXPECT_EQ(Events(result), (EventList{{kError, kSanityCheck, kOrderRule}}));
+
+  std::swap(filter.filter_zones[0], filter.filter_zones[1]);
+  ParsingResult misnumbered;
+  filter.RunSanityChecks(misnumbered);
+  EXPECT_EQ(Events(misnumbered), (EventList{{kError, kSanityCheck, "(i == filter_zone.index)"},
+                                            {kError, kSanityCheck, "(i == filter_zone.index)"}}));
+  filter.filter_zones[0].index = 0;
+  filter.filter_zones[1].index = 1;
+  ParsingResult sound;
+  filter.RunSanityChecks(sound);
+  EXPECT_TRUE(sound.events().empty());
+
+  // A third zone above and left of both earlier ones fails against each of them.
+  filter.filter_zones.push_back(Zone(FilterZone::WEDGE, 2, 0.0, 0.0, 10.0, 4.0, 4));
+  filter.filter_zones[0].filter_area.offset_y = 100.0;
+  filter.filter_zones[1].filter_area.offset_y = 100.0;
+  ParsingResult third;
+  filter.RunSanityChecks(third);
+  EXPECT_EQ(Events(third), (EventList{{kError, kSanityCheck, kOrderRule},
+                                      {kError, kSanityCheck, kOrderRule}}));
+}
+
+TEST(FilterInfoEquality, ComparesGridAndZonesInOrder) {
+  const FilterInfo filter = TwoWedges();
+  FilterInfo other = filter;
+  EXPECT_TRUE(other == filter);
+  other.filter_zones.pop_back();
+  EXPECT_FALSE(other == filter);
+  other = filter;
+  other.calibration_info.sample_points_nm[0] = 601.0;
+  EXPECT_FALSE(other == filter);
+  other = filter;
+  std::swap(other.filter_zones[0], other.filter_zones[1]);
+  EXPECT_FALSE(other == filter);
+}
+
+}  // namespace
+}  // namespace kelto::hyperspectral
