@@ -9,4 +9,11 @@
 #include <kelto/hyperspectral/foundation/translator.h>
 
 #include <kelto/hyperspectral/calibration/calibration_info.h>
+#include <kelto/hyperspectral/calibration/correction_matrix.h>
+#include <kelto/hyperspectral/calibration/filter_info.h>
+#include <kelto/hyperspectral/calibration/filter_zone.h>
+#include <kelto/hyperspectral/calibration/optical_component.h>
+#include <kelto/hyperspectral/calibration/sensor_calibration.h>
 #include <kelto/hyperspectral/calibration/sensor_info.h>
+#include <kelto/hyperspectral/calibration/spectral_correction_info.h>
+#include <kelto/hyperspectral/calibration/system_info.h>

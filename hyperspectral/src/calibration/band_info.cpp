@@ -1,6 +1,5 @@
 #include <kelto/hyperspectral/calibration/filter_zone.h>
 
-#include "unread_version.h"
 
 namespace kelto::hyperspectral {
 
@@ -36,7 +35,7 @@ void PeakInfo::WriteXML(_xmlNode*& node) const {
 }
 
 void PeakInfo::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
-  ReportUnreadVersion(result, node);
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
 }
 
 void PeakInfo::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
@@ -137,15 +136,15 @@ void BandInfo::WriteXML(_xmlNode*& node) const {
 }
 
 void BandInfo::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
-  ReportUnreadVersion(result, node);
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
 }
 
 void BandInfo::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
-  ReportUnreadVersion(result, node);
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
 }
 
 void BandInfo::_ReadXML_v2(ParsingResult& result, _xmlNode* const& node) {
-  ReportUnreadVersion(result, node);
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
 }
 
 void BandInfo::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) {

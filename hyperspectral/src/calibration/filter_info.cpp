@@ -4,7 +4,6 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "unread_version.h"
 
 namespace kelto::hyperspectral {
 
@@ -61,11 +60,11 @@ void FilterInfo::WriteXML(_xmlNode*& node) const {
 }
 
 void FilterInfo::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
-  ReportUnreadVersion(result, node);
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
 }
 
 void FilterInfo::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
-  ReportUnreadVersion(result, node);
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
 }
 
 void FilterInfo::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {

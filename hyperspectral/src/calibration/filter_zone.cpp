@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "unread_version.h"
 
 namespace kelto::hyperspectral {
 
@@ -142,7 +141,7 @@ void FilterZone::WriteXML(_xmlNode*& node) const {
 }
 
 void FilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
-  ReportUnreadVersion(result, node);
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
 }
 
 void FilterZone::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
@@ -357,19 +356,19 @@ void NoFilterZone::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) {
 void NoFilterZone::_WriteXML_v3(_xmlNode*&) const {}
 
 void WedgeFilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
-  ReportUnreadVersion(result, node);
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
 }
 
 void WedgeFilterZone::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
-  ReportUnreadVersion(result, node);
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
 }
 
 void TiledFilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
-  ReportUnreadVersion(result, node);
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
 }
 
 void MosaicFilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
-  ReportUnreadVersion(result, node);
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
 }
 
 }  // namespace kelto::hyperspectral

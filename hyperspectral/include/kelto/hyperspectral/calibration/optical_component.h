@@ -1,0 +1,61 @@
+// One element in the light path of a camera (a filter, a polariser, a light source): its identity
+// and its measured transmission curve. Listed by SystemInfo for the optics of the system and by
+// CorrectionMatrix for the optics that its computation assumed.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include <kelto/common/time.h>
+#include <kelto/common/xml_serializable_interface.h>
+#include <kelto/hyperspectral/export.h>
+#include <kelto/hyperspectral/foundation/enumerations.h>
+
+namespace kelto::hyperspectral {
+
+class KELTO_HYPERSPECTRAL_EXPORT OpticalComponent : public common::XMLSerializableInterface {
+ public:
+  OpticalComponent() = default;
+  ~OpticalComponent() override = default;
+
+  // Reads version 2 and anything newer; versions 0 and 1 are not readable yet and are refused.
+  // The sanity checks are left to the caller.
+  void ReadXML(ParsingResult& result, _xmlNode* const& node) override;
+  void WriteXML(_xmlNode*& node) const override;
+
+  // Warnings only: a component with a doubtful curve stays usable.
+  void RunSanityChecks(ParsingResult& result) const;
+
+  // A one-line label such as "longpass filter: 650.0nm (Acme)". Throws std::invalid_argument
+  // when the component lacks what its type's label needs: a source's tag of at least seven
+  // characters (a prefix, then the lamp's name), or sample points for the types labelled by
+  // their range.
+  std::string GetFriendlyName() const;
+
+  OpticalComponents::eType type = OpticalComponents::OC_NONE;
+  std::string manufacturer;
+  std::string part_id;
+  std::string tag;
+  std::string description;
+  std::string measurement;
+  common::time::Date measured{common::time::Date::duration(-25567)};  // 1900-01-01
+  std::vector<double> sample_points_nm;
+  std::vector<double> response;  // transmission at each sample point, as a fraction
+  double transmission_range_start_nm = 0.0;
+  double transmission_range_end_nm = 0.0;
+
+ protected:
+  virtual void _WriteXML_v2(_xmlNode*& node) const;
+
+ private:
+  void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node);
+  void _ReadXML_v1(ParsingResult& result, _xmlNode* const& node);
+  void _ReadXML_v2(ParsingResult& result, _xmlNode* const& node);
+};
+
+// Every field exactly; a NaN on either side makes the components unequal.
+KELTO_HYPERSPECTRAL_EXPORT bool operator==(OpticalComponent const& left,
+                                           OpticalComponent const& right);
+
+}  // namespace kelto::hyperspectral

@@ -1,0 +1,66 @@
+// The root record of a calibration file: one physical sensor with its identity, history, chip,
+// filters, optics and correction matrices. Everything beneath it is owned by value, so copies
+// are deep. Read from "sensor_calibration" files of any version, written in version 3.
+#pragma once
+
+#include <string>
+
+#include <kelto/common/time.h>
+#include <kelto/common/xml_serializable_interface.h>
+#include <kelto/hyperspectral/calibration/filter_info.h>
+#include <kelto/hyperspectral/calibration/sensor_info.h>
+#include <kelto/hyperspectral/calibration/system_info.h>
+#include <kelto/hyperspectral/export.h>
+
+namespace kelto::hyperspectral {
+
+class KELTO_HYPERSPECTRAL_EXPORT SensorCalibration : public common::XMLSerializableInterface {
+ public:
+  // Identity "0.0.0.0", both times now, software "kelto" of this library's version.
+  SensorCalibration();
+  SensorCalibration(SensorCalibration const&) = default;
+  SensorCalibration& operator=(SensorCalibration const&) = default;
+  ~SensorCalibration() override = default;
+
+  // Version 3, anything newer as 3, and the older forms; the tag of the root is not checked.
+  // The sensor and filter blocks check themselves while being read, and the whole calibration is
+  // checked again at the end, so a defect in those blocks is reported twice.
+  void ReadXML(ParsingResult& result, _xmlNode* const& node) override;
+  // Times are written to the second ("%FT%TZ"): a calibration made now reads back with the
+  // fraction of its seconds gone.
+  void WriteXML(_xmlNode*& node) const override;
+  // The sensor and filter blocks' checks, then each zone against the sensor and each band's
+  // response against the grid. The system block is not checked on this path.
+  void RunSanityChecks(ParsingResult& result) const;
+
+  // "<sensor type>-<filter family>", as "VKR9-MZT4x4-470_620": the key of the parameter
+  // documents and the start of a calibration's file name.
+  std::string GetTypeName() const;
+
+  std::string sensor_id = "0.0.0.0";
+  common::time::TimePoint created;
+  common::time::TimePoint modified;
+  std::string software = "kelto";
+  std::string software_version;
+  SensorInfo sensor_info;
+  FilterInfo filter_info;
+  SystemInfo system_info;
+
+ protected:
+  virtual void _ReadXML_vNA(ParsingResult& result, _xmlNode* const& node);
+  virtual void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node);
+  virtual void _ReadXML_v1(ParsingResult& result, _xmlNode* const& node);
+  virtual void _ReadXML_v2(ParsingResult& result, _xmlNode* const& node);
+  virtual void _ReadXML_v3(ParsingResult& result, _xmlNode* const& node);
+  virtual void _WriteXML_v3(_xmlNode*& node) const;
+
+ private:
+  void _ReadTime(ParsingResult& result, _xmlNode* const& node, const char* name,
+                 common::time::TimePoint& time);
+};
+
+// Identity, times, software, then the three blocks; the first difference decides.
+KELTO_HYPERSPECTRAL_EXPORT bool operator==(SensorCalibration const& left,
+                                           SensorCalibration const& right);
+
+}  // namespace kelto::hyperspectral

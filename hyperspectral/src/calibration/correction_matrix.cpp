@@ -1,0 +1,313 @@
+#include <kelto/hyperspectral/calibration/correction_matrix.h>
+
+#include <algorithm>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+
+namespace kelto::hyperspectral {
+
+using ParsingResult = CorrectionMatrix::ParsingResult;
+using Event = ParsingResult::Event;
+using VirtualBand = CorrectionMatrix::VirtualBand;
+
+namespace {
+
+const std::string kDefaultCreated = "1900-01-01T00:00:00Z";
+
+// The regex engine recurses once per character, so a long text could exhaust the stack; no text
+// this long holds two numbers worth reading.
+constexpr std::size_t kMaxVersionTextLength = 64;
+
+// "not-a-date-time" is how a time that was never set is written: the zero time point.
+bool ParseTime(const std::string& text, common::time::TimePoint& time) {
+  if (text == "not-a-date-time") {
+    time = common::time::TimePoint();
+    return true;
+  }
+  try {
+    time = common::time::UniversalTimeFromString(text);
+    return true;
+  } catch (const std::invalid_argument&) {
+    return false;
+  }
+}
+
+// The point between the numbers matches any character ("1-2" is major 1, minor 2, and "123" is 1
+// and 3): files written under that rule stay readable as they were.
+bool ParseAlgorithmVersion(const std::string& text,
+                           std::pair<unsigned long, unsigned long>& version) {
+  static const std::regex pattern("(\\d+).(\\d+)", std::regex::ECMAScript);
+  std::smatch groups;
+  if (text.size() > kMaxVersionTextLength || !std::regex_match(text, groups, pattern)) {
+    return false;
+  }
+  std::istringstream major(groups[1].str());
+  std::istringstream minor(groups[2].str());
+  // Fails only for a number beyond the range of unsigned long.
+  return static_cast<bool>(major >> version.first) && static_cast<bool>(minor >> version.second);
+}
+
+}  // namespace
+
+void VirtualBand::ReadXML(ParsingResult& result, _xmlNode* const& node) {
+  const std::string tag = _GetTagName(node);
+  result << Event(ParsingResult::Ok, Event::ReadStart, tag);
+  const int version = _GetVersion(node);
+  if (version > 1) {
+    _ReadXML_v2(result, node);
+  } else if (version == 1) {
+    _ReadXML_v1(result, node);
+  } else if (version == 0) {
+    _ReadXML_v0(result, node);
+  } else if (version == -1) {
+    result << Event(ParsingResult::Error, Event::MissingVersion, tag);
+  } else {
+    result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
+  }
+}
+
+void VirtualBand::WriteXML(_xmlNode*& node) const {
+  _SetTagName(node, "virtual_band");
+  _SetVersion(node, 3ul);
+  _WriteXML_v3(node);
+}
+
+// The form whose coefficients are a nested vector element is not read yet.
+void VirtualBand::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+}
+
+void VirtualBand::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
+  if (!_GetValue(wavelength_nm, node, "wavelength_nm", 0.0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "wavelength_nm");
+  }
+  if (!_GetValue(fwhm_nm, node, "fwhm_nm", 0.0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "fwhm_nm");
+  }
+  if (!_GetValue(coefficients, node, "coefficients", 0.0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "coefficients");
+  }
+}
+
+// Versions 2 and 3 changed nothing in the band's own form.
+void VirtualBand::_ReadXML_v2(ParsingResult& result, _xmlNode* const& node) {
+  _ReadXML_v1(result, node);
+}
+
+void VirtualBand::_WriteXML_v3(_xmlNode*& node) const {
+  _SetValue(node, "wavelength_nm", wavelength_nm);
+  _SetValue(node, "fwhm_nm", fwhm_nm);
+  _SetValue(node, "coefficients", coefficients, VSM_ATTRIBUTES, 6);
+}
+
+void VirtualBand::RunSanityChecks(ParsingResult& result) const {
+  if (!(0.0 <= wavelength_nm)) {
+    result << Event(ParsingResult::Error, Event::SanityCheck, "0.0 <= wavelength_nm");
+  }
+  if (!(0.0 <= fwhm_nm)) {
+    result << Event(ParsingResult::Error, Event::SanityCheck, "0.0 <= fwhm_nm");
+  }
+}
+
+bool operator==(VirtualBand const& left, VirtualBand const& right) {
+  return left.wavelength_nm == right.wavelength_nm && left.fwhm_nm == right.fwhm_nm &&
+         left.coefficients == right.coefficients;
+}
+
+void CorrectionMatrix::ReadXML(ParsingResult& result, _xmlNode* const& node) {
+  const std::string tag = _GetTagName(node);
+  result << Event(ParsingResult::Ok, Event::ReadStart, tag);
+  const int version = _GetVersion(node);
+  switch (version) {
+    case 0:
+      _ReadXML_v0(result, node);
+      break;
+    case 1:
+      _ReadXML_v1(result, node);
+      break;
+    case 2:
+      _ReadXML_v2(result, node);
+      break;
+    case 3:
+      _ReadXML_v3(result, node);
+      break;
+    case 4:
+      _ReadXML_v4(result, node);
+      break;
+    case 5:
+      _ReadXML_v5(result, node);
+      break;
+    case -1:
+      result << Event(ParsingResult::Error, Event::MissingVersion, tag);
+      break;
+    default:
+      if (version > 5) {
+        _ReadXML_v6(result, node);
+      } else {
+        result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
+      }
+      break;
+  }
+}
+
+void CorrectionMatrix::WriteXML(_xmlNode*& node) const {
+  _SetTagName(node, "correction_matrix");
+  _SetVersion(node, 6ul);
+  _WriteXML_v6(node);
+}
+
+// The forms before the "created" attribute are not read yet.
+void CorrectionMatrix::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+}
+
+void CorrectionMatrix::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+}
+
+void CorrectionMatrix::_ReadXML_v2(ParsingResult& result, _xmlNode* const& node) {
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+}
+
+void CorrectionMatrix::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) {
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+}
+
+void CorrectionMatrix::_ReadXML_v4(ParsingResult& result, _xmlNode* const& node) {
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+}
+
+void CorrectionMatrix::_ReadXML_v5(ParsingResult& result, _xmlNode* const& node) {
+  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+}
+
+void CorrectionMatrix::_ReadXML_v6(ParsingResult& result, _xmlNode* const& node) {
+  optical_components.clear();
+  virtual_bands.clear();
+
+  std::string created_text;
+  if (!_GetAttribute(created_text, node, "created", kDefaultCreated)) {
+    // The event keeps the name of the value that older files held instead.
+    result << Event(ParsingResult::Error, Event::MissingAttribute, "timestamp");
+  }
+  if (!ParseTime(created_text, created)) {
+    result << Event(ParsingResult::Error, Event::MissingValue, "created");
+    created = common::time::UniversalTimeFromString(kDefaultCreated);
+  }
+
+  if (!_GetValue(name, node, "name", std::string())) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "name");
+  }
+
+  std::string algorithm_text;
+  if (!_GetValue(algorithm_text, node, "algorithm", std::string())) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "algorithm");
+  }
+  algorithm = CorrectionAlgorithms::FromString(algorithm_text);
+
+  // Optional and silent: a matrix without a known type is used as a reflectance matrix.
+  std::string type_text;
+  _GetValue(type_text, node, "type", std::string());
+  type = CorrectionMatrixTypes::FromString(type_text);
+  if (type == CorrectionMatrixTypes::CT_UNKNOWN) {
+    type = CorrectionMatrixTypes::CT_REFLECTANCE;
+  }
+
+  _xmlNode* list = nullptr;
+  std::deque<_xmlNode*> items;
+  if (!_GetElement(list, node, "virtual_bands", 0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "virtual_bands");
+  } else {
+    _GetElements(items, list, "virtual_band");
+    for (_xmlNode* const item : items) {
+      virtual_bands.emplace_back();
+      virtual_bands.back().ReadXML(result, item);
+    }
+  }
+
+  if (!_GetElement(list, node, "optical_components", 0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "optical_components");
+  } else {
+    _GetElements(items, list, "optical_component");
+    for (_xmlNode* const item : items) {
+      optical_components.emplace_back();
+      optical_components.back().ReadXML(result, item);
+    }
+  }
+
+  std::string version_text;
+  if (!_GetValue(version_text, node, "algorithm_version", std::string())) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "algorithm_version");
+  }
+  if (!ParseAlgorithmVersion(version_text, algorithm_version)) {
+    result << Event(ParsingResult::Warning, Event::SanityCheck, "algorithm_version");
+    algorithm_version = {0, 0};
+  }
+
+  if (!_GetValue(minimum_band_energy, node, "minimum_band_energy", 0.0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "minimum_band_energy");
+  }
+}
+
+void CorrectionMatrix::_WriteXML_v6(_xmlNode*& node) const {
+  _SetAttribute(node, "created", common::time::ToString(created, false, "%FT%TZ"));
+  _SetValue(node, "name", name);
+  _SetValue(node, "algorithm", CorrectionAlgorithms::ToString(algorithm));
+  _SetValue(
+      node, "algorithm_version",
+      std::to_string(algorithm_version.first) + "." + std::to_string(algorithm_version.second));
+  _SetValue(node, "type", CorrectionMatrixTypes::ToString(type));
+  _SetValue(node, "minimum_band_energy", minimum_band_energy);
+  _xmlNode* list = nullptr;
+  _PutChild(list, node, "optical_components");
+  for (const OpticalComponent& component : optical_components) {
+    _SetElement(list, "optical_component", component);
+  }
+  _PutChild(list, node, "virtual_bands");
+  for (const VirtualBand& band : virtual_bands) {
+    _SetElement(list, "virtual_band", band);
+  }
+}
+
+void CorrectionMatrix::RunSanityChecks(ParsingResult& result) const {
+  if (CorrectionAlgorithms::CA_UNKNOWN == algorithm) {
+    result << Event(ParsingResult::Error, Event::SanityCheck,
+                    "CorrectionAlgorithms::CA_UNKNOWN != algorithm");
+  }
+  for (const VirtualBand& band : virtual_bands) {
+    band.RunSanityChecks(result);
+  }
+}
+
+void CorrectionMatrix::ToMatrix(common::Matrix& matrix, std::vector<double>& wavelengths) const {
+  const std::size_t rows = virtual_bands.size();
+  const std::size_t columns = rows == 0 ? 0 : virtual_bands.front().coefficients.size();
+  if (columns == 0) {
+    wavelengths.resize(rows);
+    matrix.Initialize(0, 0, 0.0);
+    return;
+  }
+  for (const VirtualBand& band : virtual_bands) {
+    if (band.coefficients.size() > columns) {
+      throw std::invalid_argument("A virtual band has more coefficients than the first one.");
+    }
+  }
+  wavelengths.resize(rows);
+  matrix.Initialize(rows, columns, 0.0);
+  for (std::size_t row = 0; row < rows; ++row) {
+    const VirtualBand& band = virtual_bands[row];
+    std::copy(band.coefficients.begin(), band.coefficients.end(), &matrix(row, 0));
+    wavelengths[row] = band.wavelength_nm;
+  }
+}
+
+bool operator==(CorrectionMatrix const& left, CorrectionMatrix const& right) {
+  return left.created == right.created && left.name == right.name &&
+         left.algorithm == right.algorithm && left.algorithm_version == right.algorithm_version &&
+         left.type == right.type && left.minimum_band_energy == right.minimum_band_energy &&
+         left.optical_components == right.optical_components &&
+         left.virtual_bands == right.virtual_bands;
+}
+
+}  // namespace kelto::hyperspectral
