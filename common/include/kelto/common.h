@@ -7,11 +7,13 @@
 #include <kelto/common/logger.h>
 #include <kelto/common/matrix.h>
 #include <kelto/common/message_reporter.h>
+#include <kelto/common/multi_dimensional_function.h>
 #include <kelto/common/path.h>
 #include <kelto/common/region_of_interest.h>
 #include <kelto/common/sensor_types.h>
 #include <kelto/common/spectrum.h>
 #include <kelto/common/strings.h>
+#include <kelto/common/three_parameters_function.h>
 #include <kelto/common/time.h>
 #include <kelto/common/utilities.h>
 #include <kelto/common/vector.h>

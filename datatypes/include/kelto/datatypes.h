@@ -5,6 +5,8 @@
 
 #include <kelto/common.h>
 #include <kelto/datatypes/export.h>
+#include <kelto/datatypes/matrix.h>
+#include <kelto/datatypes/vector.h>
 
 namespace kelto::datatypes {
 

@@ -17,3 +17,6 @@
 #include <kelto/hyperspectral/calibration/sensor_info.h>
 #include <kelto/hyperspectral/calibration/spectral_correction_info.h>
 #include <kelto/hyperspectral/calibration/system_info.h>
+
+#include <kelto/hyperspectral/correction/spline.h>
+#include <kelto/hyperspectral/correction/spline_interpolation.h>
