@@ -8,7 +8,7 @@ JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 KELTO_HSI  := $(BUILD_DIR)/tools/kelto-hsi
 SAMPLES    := hyperspectral/tests/data
 
-.PHONY: all deps configure build test demo bench format clean
+.PHONY: all deps configure build test demo samples bench format clean
 
 all: build
 
@@ -25,14 +25,18 @@ test: build
 	@ctest --test-dir $(BUILD_DIR) --output-on-failure --parallel $(JOBS)
 
 demo: build
-	@echo "== kelto-hsi check $(SAMPLES)/sensor_info_vkr9.xml"
-	@$(KELTO_HSI) check $(SAMPLES)/sensor_info_vkr9.xml
+	@echo "== kelto-hsi info $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml"
+	@$(KELTO_HSI) info $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml
 	@echo
 	@echo "== kelto-hsi check $(SAMPLES)/calibration_info_v1.xml (an older grid form)"
 	@$(KELTO_HSI) check $(SAMPLES)/calibration_info_v1.xml
 	@echo
 	@echo "== kelto-hsi check $(SAMPLES)/sensor_info_defective.xml (exit status 2 expected)"
 	@$(KELTO_HSI) check $(SAMPLES)/sensor_info_defective.xml; echo "exit status $$?"
+
+# Regenerates the sample calibrations with the simulator; a test checks that they are current.
+samples: build
+	@$(BUILD_DIR)/tools/kelto-sim calibrations $(SAMPLES)/calibrations
 
 bench: build
 	@for b in $(BUILD_DIR)/bench/bench_*; do [ -x "$$b" ] && "$$b"; done

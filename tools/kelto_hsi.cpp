@@ -1,5 +1,6 @@
 // kelto-hsi: the command-line face of the library. `check` reads any record file the library
-// knows by its root element, summarises it and lists every event of the read.
+// knows by its root element, summarises it and lists every event of the read; `info` does the
+// same with the bands, peaks and correction matrices spelled out.
 
 #include <CLI/CLI.hpp>
 
@@ -37,7 +38,7 @@ void PrintEvents(const ParsingResult& result, std::ostream& out) {
   out << "state: " << Event::ToString(result.state()) << '\n';
 }
 
-int Check(const std::string& file) {
+int Check(const std::string& file, bool detailed) {
   RootProbe probe;
   try {
     ParsingResult strict(false, true);
@@ -62,7 +63,7 @@ int Check(const std::string& file) {
   record->ReadFile(result, file);
   std::cout << "file:          " << file << '\n'
             << "record:        " << kind->root << " (" << kind->class_name << ")\n";
-  kind->summarise(*record, std::cout);
+  kind->summarise(*record, std::cout, detailed);
   PrintEvents(result, std::cout);
   switch (result.state()) {
     case ParsingResult::Ok:
@@ -87,13 +88,21 @@ int main(int argc, char** argv) {
       "check",
       "Read a record file (known by its root element), print a summary and every event of the "
       "read.\nExit status: 0 no problem, 1 warnings, 2 errors, 3 the file can't be read at all.");
-  check->add_option("FILE", file, "the record file, e.g. a sensor_info or calibration_info")
+  check->add_option("FILE", file,
+                    "the record file: sensor_calibration, sensor_info, filter_info, "
+                    "calibration_info or correction_matrix")
       ->required();
+
+  CLI::App* info = app.add_subcommand(
+      "info",
+      "Like check, with every band (index, selection, peaks as wavelength/FWHM/order) and every "
+      "correction matrix with its virtual bands listed.\nExit status as for check.");
+  info->add_option("FILE", file, "the record file, e.g. a sensor_calibration")->required();
 
   CLI11_PARSE(app, argc, argv);
   try {
-    if (check->parsed()) {
-      return Check(file);
+    if (check->parsed() || info->parsed()) {
+      return Check(file, info->parsed());
     }
   } catch (const std::exception& error) {
     std::cerr << "kelto-hsi: " << error.what() << '\n';

@@ -17,7 +17,9 @@ struct RecordKind {
   std::string root;        // the root element, "sensor_info"
   std::string class_name;  // the record class, "SensorInfo"
   std::function<std::unique_ptr<common::XMLSerializableInterface>()> make;
-  std::function<void(const common::XMLSerializableInterface&, std::ostream&)> summarise;
+  // Writes a summary for people; `detailed` adds what a list of bands and matrices would show.
+  std::function<void(const common::XMLSerializableInterface&, std::ostream&, bool detailed)>
+      summarise;
 };
 
 const std::vector<RecordKind>& RecordKinds();

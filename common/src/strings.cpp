@@ -117,17 +117,31 @@ bool ParseUnsignedLong(std::string_view text, unsigned long& value) {
 
 bool ParseDoubles(std::string_view text, std::string_view separators, std::vector<double>& values,
                   std::size_t max_count) {
-  std::size_t at = 0;
-  while (at < text.size() && values.size() < max_count) {
-    const std::size_t end = std::min(text.find_first_of(separators, at), text.size());
-    if (end > at) {
-      double value = 0.0;
-      if (!ParseDouble(text.substr(at, end - at), value)) {
-        return false;
-      }
-      values.push_back(value);
+  // A table instead of find_first_of: this loop reads every response of a calibration, and a
+  // search of the separators per character costs more than the number conversion.
+  bool is_separator[256] = {};
+  for (char c : separators) {
+    is_separator[static_cast<unsigned char>(c)] = true;
+  }
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  while (values.size() < max_count) {
+    while (at < end && is_separator[static_cast<unsigned char>(*at)]) {
+      ++at;
     }
-    at = end + 1;
+    if (at == end) {
+      break;
+    }
+    const char* field_end = at;
+    while (field_end < end && !is_separator[static_cast<unsigned char>(*field_end)]) {
+      ++field_end;
+    }
+    double value = 0.0;
+    if (!ParseDouble(std::string_view(at, static_cast<std::size_t>(field_end - at)), value)) {
+      return false;
+    }
+    values.push_back(value);
+    at = field_end;
   }
   return true;
 }

@@ -428,6 +428,28 @@ bool AttributeText(_xmlNode* const& node, std::string const& name, std::string& 
   return true;
 }
 
+// The attribute's text without copying it where libxml2 holds it as a single text node, as it
+// does for every attribute without entity references; `storage` takes a copy otherwise. The
+// "values" of a band's response are the bulk of a calibration, read once each.
+bool AttributeView(_xmlNode* const& node, std::string const& name, std::string& storage,
+                   std::string_view& text) {
+  const xmlAttr* attribute = node == nullptr ? nullptr : xmlHasNsProp(node, X(name), nullptr);
+  if (attribute == nullptr) {
+    return false;
+  }
+  const xmlNode* child = attribute->children;
+  if (attribute->type == XML_ATTRIBUTE_NODE && child != nullptr && child->type == XML_TEXT_NODE &&
+      child->next == nullptr && child->content != nullptr) {
+    text = reinterpret_cast<const char*>(child->content);
+    return true;
+  }
+  if (!AttributeText(node, name, storage)) {
+    return false;
+  }
+  text = storage;
+  return true;
+}
+
 std::string NodeText(_xmlNode* const& node) {
   xmlChar* content = xmlNodeGetContent(node);
   std::string text = content == nullptr ? "" : reinterpret_cast<const char*>(content);
@@ -597,11 +619,12 @@ bool XMLSerializableInterface::_GetValue(std::vector<double>& value, _xmlNode* c
   if (child == nullptr) {
     return false;
   }
-  std::string values_text;
-  if (!AttributeText(child, "values", values_text)) {
+  std::string storage;
+  std::string_view values_text;
+  if (!AttributeView(child, "values", storage, values_text)) {
     // The text form: numbers as the element's content.
-    values_text = NodeText(child);
-    const bool parsed = Strings::ParseDoubles(values_text, ", \t\r\n", value);
+    storage = NodeText(child);
+    const bool parsed = Strings::ParseDoubles(storage, ", \t\r\n", value);
     std::string count_text;
     unsigned long count = 0;
     return parsed && AttributeText(child, "nr_elements", count_text) &&

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+
 #include "event_list.h"
 
 namespace kelto::hyperspectral {
@@ -299,6 +302,53 @@ TEST(SensorCalibrationDefaults, IdentityTimesAndSoftware) {
   EXPECT_GE(calibration.created, before);
   EXPECT_GE(calibration.modified, calibration.created);
   EXPECT_EQ(calibration.GetTypeName(), "Unknown-unknown");
+}
+
+}  // namespace
+}  // namespace kelto::hyperspectral
+
+namespace kelto::hyperspectral {
+namespace {
+
+std::vector<std::string> SampleFiles() {
+  std::vector<std::string> files;
+  for (const auto& entry :
+       std::filesystem::directory_iterator(std::string(KELTO_TEST_DATA_DIR) + "/calibrations")) {
+    files.push_back(entry.path().string());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+TEST(SensorCalibrationSamples, EveryBundledSampleIsSoundAndRoundTrips) {
+  const std::vector<std::string> files = SampleFiles();
+  ASSERT_GE(files.size(), 5u);
+  for (const std::string& file : files) {
+    SensorCalibration calibration;
+    ParsingResult first;
+    calibration.ReadFile(first, file);
+    EXPECT_EQ(first.state(), kOk) << file;
+    EXPECT_EQ(std::filesystem::path(file).stem().string(), calibration.GetTypeName());
+
+    SensorCalibration again;
+    const auto second = Read(again, calibration.WriteString());
+    EXPECT_EQ(second.state(), kOk) << file;
+    EXPECT_EQ(Events(second), Events(first)) << file;
+    EXPECT_TRUE(again == calibration) << file;
+  }
+}
+
+TEST(SensorCalibrationSamples, CountsClaimedByTheFileAllocateNothingBeyondItsText) {
+  const std::string sound = Small().WriteString();
+  for (const char* count : {"18446744073709551615", "99999999999", "-3", "3e9"}) {
+    const std::string text =
+        Replace(sound, R"(<response nr_elements="3")",
+                std::string("<response nr_elements=\"") + count + "\"");
+    SensorCalibration calibration;
+    const auto result = Read(calibration, text);
+    EXPECT_EQ(Events(result), With(8, {{kError, 20, "response"}})) << count;
+    EXPECT_LE(calibration.filter_info.filter_zones[0].bands[0].response.capacity(), 4u) << count;
+  }
 }
 
 }  // namespace

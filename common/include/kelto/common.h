@@ -19,3 +19,10 @@
 #include <kelto/common/vector.h>
 #include <kelto/common/version.h>
 #include <kelto/common/xml_serializable_interface.h>
+#include <kelto/common/stated_object.h>
+#include <kelto/common/parameter.h>
+#include <kelto/common/parameterized_object.h>
+#include <kelto/common/parameter_translator.h>
+#include <kelto/common/parameter_container.h>
+#include <kelto/common/processing_module.h>
+#include <kelto/common/controller_module.h>

@@ -159,7 +159,7 @@ void BandInfo::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) {
     for (_xmlNode* item : items) {
       PeakInfo peak;
       peak.ReadXML(result, item);
-      peaks.push_back(peak);
+      peaks.push_back(std::move(peak));
     }
   } else {
     result << Event(ParsingResult::Error, Event::MissingElement, "peaks");

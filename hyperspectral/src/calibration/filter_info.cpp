@@ -89,7 +89,7 @@ void FilterInfo::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
     FilterZone::FromString(layout, text);
     std::unique_ptr<FilterZone> zone(FilterZone::Create(layout));
     zone->ReadXML(result, item);
-    filter_zones.push_back(*zone);
+    filter_zones.push_back(std::move(*zone));
   }
 }
 

@@ -196,7 +196,7 @@ void FilterZone::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
   for (_xmlNode* item : items) {
     BandInfo band;
     band.ReadXML(result, item);
-    bands.push_back(band);
+    bands.push_back(std::move(band));
   }
 }
 

@@ -17,6 +17,8 @@ class KELTO_COMMON_EXPORT FilterResponse {
                  unsigned long index_);
   FilterResponse(FilterResponse const&) = default;
   FilterResponse& operator=(FilterResponse const&) = default;
+  FilterResponse(FilterResponse&&) = default;
+  FilterResponse& operator=(FilterResponse&&) = default;
   virtual ~FilterResponse() = default;
 
   std::vector<double> response;

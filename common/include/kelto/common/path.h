@@ -17,6 +17,8 @@ class KELTO_COMMON_EXPORT Path {
   Path(const std::filesystem::path& path);  // NOLINT
   Path(Path const&) = default;
   Path& operator=(Path const&) = default;
+  Path(Path&&) = default;
+  Path& operator=(Path&&) = default;
   ~Path() = default;
 
   // Whether a file or directory of that name exists; false for a path that can't be examined.

@@ -12,7 +12,6 @@ class KELTO_COMMON_EXPORT RegionOfInterest : public XMLSerializableInterface {
  public:
   RegionOfInterest() = default;
   RegionOfInterest(double offset_x_, double offset_y_, double width_, double height_);
-  ~RegionOfInterest() override = default;
 
   void ReadXML(ParsingResult& result, _xmlNode* const& node) override;
   void WriteXML(_xmlNode*& node) const override;

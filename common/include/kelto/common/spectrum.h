@@ -13,6 +13,8 @@ class KELTO_COMMON_EXPORT Spectrum {
   Spectrum() = default;
   Spectrum(Spectrum const&) = default;
   Spectrum& operator=(Spectrum const&) = default;
+  Spectrum(Spectrum&&) = default;
+  Spectrum& operator=(Spectrum&&) = default;
   virtual ~Spectrum() = default;
 
   // Back to the default: an empty curve on a zero grid.

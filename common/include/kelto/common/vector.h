@@ -15,7 +15,6 @@ class KELTO_COMMON_EXPORT Vector : public XMLSerializableInterface {
  public:
   Vector() = default;
   explicit Vector(std::vector<double> values);
-  ~Vector() override = default;
 
   // The element's own attributes. The values replace the content; a count that disagrees with
   // the values, or values that aren't numbers, are events, and the vector keeps the numbers that

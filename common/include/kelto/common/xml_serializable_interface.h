@@ -95,6 +95,8 @@ class KELTO_COMMON_EXPORT XMLSerializableInterface {
   XMLSerializableInterface() = default;
   XMLSerializableInterface(XMLSerializableInterface const&) = default;
   XMLSerializableInterface& operator=(XMLSerializableInterface const&) = default;
+  XMLSerializableInterface(XMLSerializableInterface&&) = default;
+  XMLSerializableInterface& operator=(XMLSerializableInterface&&) = default;
   virtual ~XMLSerializableInterface() = default;
 
   virtual void ReadXML(ParsingResult& result, _xmlNode* const& node) = 0;

@@ -17,7 +17,6 @@ class KELTO_HYPERSPECTRAL_EXPORT CalibrationInfo : public common::XMLSerializabl
   static constexpr unsigned long kMaxSamplePoints = 1000000;
 
   CalibrationInfo() = default;
-  ~CalibrationInfo() override = default;
 
   // Reads versions 0 to 4 with their own readers and anything newer as version 5. The sanity
   // checks are not run here; the owning filter block runs them.

@@ -24,7 +24,6 @@ class KELTO_HYPERSPECTRAL_EXPORT CorrectionMatrix : public common::XMLSerializab
   class KELTO_HYPERSPECTRAL_EXPORT VirtualBand : public common::XMLSerializableInterface {
    public:
     VirtualBand() = default;
-    ~VirtualBand() override = default;
 
     // Reads versions 1 and later (all in the same form); version 0 is not readable yet and is
     // refused.
@@ -50,7 +49,6 @@ class KELTO_HYPERSPECTRAL_EXPORT CorrectionMatrix : public common::XMLSerializab
   };
 
   CorrectionMatrix() = default;
-  ~CorrectionMatrix() override = default;
 
   // Reads version 6 and anything newer; versions 0 to 5 are not readable yet and are refused.
   // The sanity checks are left to the caller.

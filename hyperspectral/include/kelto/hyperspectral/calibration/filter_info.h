@@ -17,7 +17,6 @@ namespace kelto::hyperspectral {
 class KELTO_HYPERSPECTRAL_EXPORT FilterInfo : public common::XMLSerializableInterface {
  public:
   FilterInfo() = default;
-  ~FilterInfo() override = default;
 
   // Version 1 and newer, 0, and the unversioned form; each zone is read by the subclass of its
   // "layout" and stored as a plain FilterZone that keeps its layout. Checks run afterwards.

@@ -28,7 +28,6 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInte
     class KELTO_HYPERSPECTRAL_EXPORT PeakInfo : public common::XMLSerializableInterface {
      public:
       PeakInfo() = default;
-      ~PeakInfo() override = default;
 
       // Versions 2, 1, 0, and anything newer as 2; a missing version is an error.
       void ReadXML(ParsingResult& result, _xmlNode* const& node) override;
@@ -52,7 +51,6 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInte
     };
 
     BandInfo() = default;
-    ~BandInfo() override = default;
 
     // Versions 4 to 0, and anything newer as 4; a missing version is an error. No checks here:
     // the filter block runs them.
@@ -78,9 +76,6 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInte
   static constexpr double refractive_index = 1.7;
 
   explicit FilterZone(eFilterLayout const& layout);
-  FilterZone(FilterZone const&) = default;
-  FilterZone& operator=(FilterZone const&) = default;
-  ~FilterZone() override = default;
 
   eFilterLayout const& filter_layout() const { return filter_layout_; }
 

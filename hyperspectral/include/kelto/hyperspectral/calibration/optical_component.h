@@ -17,7 +17,6 @@ namespace kelto::hyperspectral {
 class KELTO_HYPERSPECTRAL_EXPORT OpticalComponent : public common::XMLSerializableInterface {
  public:
   OpticalComponent() = default;
-  ~OpticalComponent() override = default;
 
   // Reads version 2 and anything newer; versions 0 and 1 are not readable yet and are refused.
   // The sanity checks are left to the caller.

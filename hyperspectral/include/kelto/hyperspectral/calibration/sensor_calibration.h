@@ -18,9 +18,6 @@ class KELTO_HYPERSPECTRAL_EXPORT SensorCalibration : public common::XMLSerializa
  public:
   // Identity "0.0.0.0", both times now, software "kelto" of this library's version.
   SensorCalibration();
-  SensorCalibration(SensorCalibration const&) = default;
-  SensorCalibration& operator=(SensorCalibration const&) = default;
-  ~SensorCalibration() override = default;
 
   // Version 3, anything newer as 3, and the older forms; the tag of the root is not checked.
   // The sensor and filter blocks check themselves while being read, and the whole calibration is

@@ -26,7 +26,6 @@ class KELTO_HYPERSPECTRAL_EXPORT SensorInfo : public common::XMLSerializableInte
   };
 
   SensorInfo() = default;
-  ~SensorInfo() override = default;
 
   // Reads any version: 2, 1, 0 and the unversioned form; a newer version is refused. A wrong tag
   // is reported and read all the same. The sanity checks always run afterwards.

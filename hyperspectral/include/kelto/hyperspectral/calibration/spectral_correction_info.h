@@ -15,7 +15,6 @@ namespace kelto::hyperspectral {
 class KELTO_HYPERSPECTRAL_EXPORT SpectralCorrectionInfo : public common::XMLSerializableInterface {
  public:
   SpectralCorrectionInfo() = default;
-  ~SpectralCorrectionInfo() override = default;
 
   // Every version from 0 upward has the one form; a negative version is refused.
   void ReadXML(ParsingResult& result, _xmlNode* const& node) override;

@@ -14,7 +14,6 @@ namespace kelto::hyperspectral {
 class KELTO_HYPERSPECTRAL_EXPORT SystemInfo : public common::XMLSerializableInterface {
  public:
   SystemInfo() = default;
-  ~SystemInfo() override = default;
 
   // Every version from 0 upward has the one form; any negative version, -1 included, is refused.
   // The sanity checks are left to the caller.

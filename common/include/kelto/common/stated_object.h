@@ -1,0 +1,31 @@
+// The run state that controllers and processing modules carry beside their parameters.
+// ControllerModule moves it through stopped and running; a derived controller marks itself busy
+// for the length of a read by writing the member directly.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include <kelto/common/export.h>
+
+namespace kelto::common {
+
+class KELTO_COMMON_EXPORT StatedObject {
+ public:
+  enum eObjectState : std::int32_t { OS_STOPPED = 0, OS_RUNNING = 1, OS_BUSY = 2 };
+
+  StatedObject() = default;
+  // The state belongs to one object; copying it would let two objects claim one run.
+  StatedObject(StatedObject const&) = delete;
+  StatedObject& operator=(StatedObject const&) = delete;
+  virtual ~StatedObject();
+
+  eObjectState GetObjectState() const { return object_state.load(); }
+
+ protected:
+  // Atomic so that a caller may ask for the state while another thread runs an operation that
+  // changes it; derived classes still assign it directly ("object_state = OS_BUSY").
+  std::atomic<eObjectState> object_state{OS_STOPPED};
+};
+
+}  // namespace kelto::common

@@ -1,0 +1,695 @@
+#include <kelto/common/processing_module.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include <kelto/common/logger.h>
+#include <kelto/common/parameter_container.h>
+#include <kelto/common/parameter_translator.h>
+#include <kelto/common/path.h>
+
+namespace {
+
+using kelto::common::EnumParameter;
+using kelto::common::IntegerParameter;
+using kelto::common::Logger;
+using kelto::common::Parameter;
+using kelto::common::ParameterContainer;
+using kelto::common::ParameterizedObject;
+using kelto::common::ParameterTranslator;
+using kelto::common::PathParameter;
+using kelto::common::ProcessingModule;
+using kelto::common::RealParameter;
+using kelto::common::StringParameter;
+using kelto::common::filesystem::Path;
+
+enum eColour : std::int32_t { C_RED = 0, C_GREEN = 1, C_BLUE = 2 };
+
+// A module that a parent owns. The parent decides "Verbose" and hides it.
+class ChildModule : public ProcessingModule {
+ public:
+  class Parameters : public ProcessingModule::Parameters {
+   public:
+    double gain = 1.0;
+    bool verbose = false;
+  };
+
+  explicit ChildModule(const Parameters& parameters) : ProcessingModule("unnamed") {
+    _SetupParameterContainer();
+    ProcessingModule::_SetParameters(parameters);
+  }
+
+  double gain = 0.0;
+  bool verbose = false;
+
+ protected:
+  void _GetParameters(ParameterizedObject::Parameters& parameters) const override {
+    auto& own = _CastParameters<Parameters>(parameters);
+    own.gain = gain;
+    own.verbose = verbose;
+  }
+  void _CheckParameters(ParameterizedObject::Parameters const& parameters) const override {
+    _CastParameters<Parameters>(parameters);
+  }
+  void _SetConfigurationParameters(ParameterizedObject::Parameters const& parameters) override {
+    verbose = _CastParameters<Parameters>(parameters).verbose;
+  }
+  void _SetRuntimeParameters(ParameterizedObject::Parameters const& parameters) override {
+    gain = _CastParameters<Parameters>(parameters).gain;
+  }
+  void _Initialize(InitializationData const&) override {}
+  void _Deallocate() override {}
+  void _Reset() override {}
+
+ private:
+  void _SetupParameterContainer() {
+    _SetContainerName("Child");
+    _SetContainerDescription("Child parameters");
+    static const Parameters my_parameters;
+    _AddParameter<double, Parameters>(my_parameters, my_parameters.gain, "Gain", "Signal gain.",
+                                      "Signal");
+    _AddParameter<bool, Parameters>(my_parameters, my_parameters.verbose, "Verbose",
+                                    "Chatty output.", "Debug");
+  }
+};
+
+// The module under test: one field of each kind, a linked child, and every hook recording its
+// call.
+class TestModule : public ProcessingModule {
+ public:
+  class Parameters : public ProcessingModule::Parameters {
+   public:
+    bool debug_dump = false;                // configuration
+    Path debug_dump_dir = "./debug_dump/";  // configuration
+    double threshold = 0.5;                 // runtime, at least 0
+    unsigned long count = 3;                // runtime
+    eColour colour = C_GREEN;               // runtime
+    std::string label = "none";             // runtime
+  };
+
+  class InitializationData : public ProcessingModule::InitializationData {
+   public:
+    int size = 0;
+  };
+
+  explicit TestModule(const Parameters& parameters)
+      : ProcessingModule("unnamed"), child(ChildModule::Parameters()) {
+    _SetupParameterContainer();
+    ProcessingModule::_SetParameters(parameters);
+  }
+
+  // The state of the module, as plain members that the tests read.
+  bool debug_dump = false;
+  Path debug_dump_dir;
+  double threshold = 0.0;
+  unsigned long count = 0;
+  eColour colour = C_RED;
+  std::string label;
+  int size = 0;
+  ChildModule child;
+  mutable std::vector<std::string> calls;
+
+ protected:
+  void _GetParameters(ParameterizedObject::Parameters& parameters) const override {
+    calls.push_back("_GetParameters");
+    if (auto* forwarded = dynamic_cast<ChildModule::Parameters*>(&parameters)) {
+      child.GetParameters(*forwarded);
+      return;
+    }
+    auto& own = _CastParameters<Parameters>(parameters);
+    own.debug_dump = debug_dump;
+    own.debug_dump_dir = debug_dump_dir;
+    own.threshold = threshold;
+    own.count = count;
+    own.colour = colour;
+    own.label = label;
+  }
+
+  void _CheckParameters(ParameterizedObject::Parameters const& parameters) const override {
+    calls.push_back("_CheckParameters");
+    if (dynamic_cast<const ChildModule::Parameters*>(&parameters) != nullptr) {
+      return;
+    }
+    if (_CastParameters<Parameters>(parameters).threshold < 0.0) {
+      Logger::StaticError("threshold must be positive");
+      throw std::invalid_argument("threshold must be positive");
+    }
+  }
+
+  void _SetConfigurationParameters(ParameterizedObject::Parameters const& parameters) override {
+    calls.push_back("_SetConfigurationParameters");
+    if (const auto* forwarded = dynamic_cast<const ChildModule::Parameters*>(&parameters)) {
+      child.SetConfigurationParameters(*forwarded);
+      return;
+    }
+    const auto& own = _CastParameters<Parameters>(parameters);
+    debug_dump = own.debug_dump;
+    debug_dump_dir = own.debug_dump_dir;
+    // The child's verbosity follows the parent's debug flag.
+    ChildModule::Parameters slaved;
+    child.GetParameters(slaved);
+    slaved.verbose = debug_dump;
+    child.SetParameters(slaved);
+  }
+
+  void _SetRuntimeParameters(ParameterizedObject::Parameters const& parameters) override {
+    calls.push_back("_SetRuntimeParameters");
+    if (const auto* forwarded = dynamic_cast<const ChildModule::Parameters*>(&parameters)) {
+      child.SetRuntimeParameters(*forwarded);
+      return;
+    }
+    const auto& own = _CastParameters<Parameters>(parameters);
+    threshold = own.threshold;
+    count = own.count;
+    colour = own.colour;
+    label = own.label;
+  }
+
+  void _Initialize(ProcessingModule::InitializationData const& data) override {
+    calls.push_back("_Initialize");
+    size = _CastInitializationData<InitializationData>(data).size;
+  }
+  void _Deallocate() override {
+    calls.push_back("_Deallocate");
+    size = 0;
+  }
+  void _Reset() override { calls.push_back("_Reset"); }
+
+ private:
+  void _SetupParameterContainer() {
+    _SetContainerInfo("PM_Test", "Test module", "Parameters of the test module");
+    static const Parameters my_parameters;
+    _AddParameter<double, Parameters>(my_parameters, my_parameters.threshold, "Threshold",
+                                      "Smallest accepted value.", "Limits", {0.0, 10.0});
+    _AddParameter<unsigned long, Parameters>(my_parameters, my_parameters.count, "Count",
+                                             "How many.", "Limits");
+    _AddParameter<eColour, Parameters>(my_parameters, my_parameters.colour, "Colour",
+                                       "Colour of the plot.", "Display",
+                                       {{C_RED, "red"}, {C_GREEN, "green"}, {C_BLUE, "blue"}});
+    _AddParameter<std::string, Parameters>(my_parameters, my_parameters.label, "Label",
+                                           "A lower case name.", "Display", "[a-z]+");
+    // The explicit form, as modules use it for bool fields and paths.
+    _SetParametersFactory<Parameters>();
+    _AddParameter<bool>(_GetDistance(my_parameters, my_parameters.debug_dump), "Enable debug dump",
+                        "Dump intermediate results.", "Debug", {0, 1});
+    _AddParameter<Path>(_GetDistance(my_parameters, my_parameters.debug_dump_dir), "Debug dump dir",
+                        "Output directory.", "Debug", {});
+
+    _LinkParameterizedObject(child, "Child module");
+    static const ChildModule::Parameters child_parameters;
+    if (_ContainsParameterContainerLink(child)) {
+      _HideParameter(child, _GetDistance(child_parameters, child_parameters.verbose));
+    }
+  }
+};
+
+// Exposes the registration operations to the tests, on a structure of its own.
+class Registry : public ParameterizedObject {
+ public:
+  struct Fields : ParameterizedObject::Parameters {
+    double real = 1.5;
+    unsigned long unsigned_count = 7;
+    bool flag = false;
+    eColour colour = C_BLUE;
+    Path path = "a/b";
+    std::string text = "text";
+    int small = -4;
+  };
+
+  void GetParameters(ParameterizedObject::Parameters& parameters) const override {
+    dynamic_cast<Fields&>(parameters) = fields;
+  }
+  void SetParameters(ParameterizedObject::Parameters const& parameters) override {
+    fields = dynamic_cast<const Fields&>(parameters);
+  }
+  using ParameterizedObject::GetParameters;
+  using ParameterizedObject::SetParameters;
+
+  using ParameterizedObject::_AddParameter;
+  using ParameterizedObject::_ContainsParameterContainerLink;
+  using ParameterizedObject::_ContainsParameterLink;
+  using ParameterizedObject::_GetDistance;
+  using ParameterizedObject::_GetTranslator;
+  using ParameterizedObject::_HideParameter;
+  using ParameterizedObject::_LinkParameterizedObject;
+
+  void RegisterAll() {
+    _AddParameter<double, Fields>(reference, reference.real, "Real", "", "G");
+    _AddParameter<unsigned long, Fields>(reference, reference.unsigned_count, "Unsigned", "", "G");
+    _AddParameter<bool, Fields>(reference, reference.flag, "Flag", "", "G");
+    _AddParameter<eColour, Fields>(reference, reference.colour, "Colour", "", "G", {});
+    _AddParameter<Path, Fields>(reference, reference.path, "Path", "", "G");
+    _AddParameter<std::string, Fields>(reference, reference.text, "Text", "", "G");
+    _AddParameter<int, Fields>(reference, reference.small, "Small", "", "G");
+  }
+
+  Fields fields;
+  const Fields reference;
+};
+
+// Collects what reaches the log while it lives.
+class LogCapture {
+ public:
+  LogCapture() {
+    Logger::SetSink([this](Logger::eLevel level, const std::string&, const std::string& message) {
+      (level == Logger::eLevel::Error ? errors : infos).push_back(message);
+    });
+  }
+  LogCapture(LogCapture const&) = delete;
+  LogCapture& operator=(LogCapture const&) = delete;
+  ~LogCapture() { Logger::SetSink({}); }
+
+  std::vector<std::string> errors;
+  std::vector<std::string> infos;
+};
+
+template <typename Kind>
+Kind& Find(ParameterContainer& container, const std::string& title, const std::string& group) {
+  Parameter* parameter = container.FindParameter(title, group);
+  if (parameter == nullptr) {
+    throw std::runtime_error("no parameter " + title);
+  }
+  return dynamic_cast<Kind&>(*parameter);
+}
+
+TestModule::Parameters Changed() {
+  TestModule::Parameters parameters;
+  parameters.debug_dump = true;
+  parameters.debug_dump_dir = "/tmp/dump";
+  parameters.threshold = 2.0;
+  parameters.count = 11;
+  parameters.colour = C_BLUE;
+  parameters.label = "changed";
+  return parameters;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Registration and links
+
+TEST(ParameterizedObjectRegistration, SecondRegistrationAtTheSameDistanceKeepsTheFirst) {
+  Registry registry;
+  Parameter& first = registry._AddParameter<double, Registry::Fields>(
+      registry.reference, registry.reference.real, "First", "first text", "G");
+  Parameter& second = registry._AddParameter<double, Registry::Fields>(
+      registry.reference, registry.reference.real, "Second", "second text", "H");
+  EXPECT_EQ(&first, &second);
+  EXPECT_EQ(second.GetTitle(), "First");
+  EXPECT_EQ(second.GetDescription(), "first text");
+  ParameterContainer container;
+  registry.GetParameters(container);
+  ASSERT_EQ(container.GetParameterCount(), 1u);
+  EXPECT_EQ(container.GetParameter(0).GetTitle(), "First");
+}
+
+TEST(ParameterizedObjectRegistration, RefusesAmbiguousKeysAndForeignFields) {
+  Registry registry;
+  registry.RegisterAll();
+  EXPECT_THROW(registry._AddParameter<double>(
+                   registry._GetDistance(registry.reference, registry.reference.real) + 1, "Real",
+                   "", "G", {0.0, 1.0}),
+               std::invalid_argument);
+  // Before the factory knows the structure, no distance can be checked, so none is taken.
+  Registry unset;
+  EXPECT_THROW(unset._AddParameter<double>(sizeof(ParameterizedObject::Parameters), "X", "", "G",
+                                           {0.0, 1.0}),
+               std::invalid_argument);
+  const double outside = 0.0;
+  EXPECT_THROW(registry._GetDistance(registry.reference, outside), std::invalid_argument);
+  EXPECT_THROW(registry._HideParameter(1000), std::invalid_argument);
+  Registry stranger;
+  EXPECT_THROW(registry._HideParameter(stranger, 0), std::invalid_argument);
+  EXPECT_THROW(registry._LinkParameterizedObject(registry, "self"), std::invalid_argument);
+  registry._LinkParameterizedObject(stranger, "one");
+  Registry another;
+  EXPECT_THROW(registry._LinkParameterizedObject(another, "one"), std::invalid_argument);
+  EXPECT_TRUE(registry._ContainsParameterContainerLink(stranger));
+  EXPECT_FALSE(registry._ContainsParameterContainerLink(another));
+}
+
+TEST(ParameterizedObjectRegistration, TranslatorKeepsOrderAndFindsByDistanceAndKey) {
+  Registry registry;
+  registry.RegisterAll();
+  const ParameterTranslator& translator = registry._GetTranslator();
+  std::vector<std::string> titles;
+  for (const auto& link : translator.GetParameterLinks()) {
+    titles.push_back(link->ToParameter().GetTitle());
+  }
+  EXPECT_EQ(titles, (std::vector<std::string>{"Real", "Unsigned", "Flag", "Colour", "Path", "Text",
+                                              "Small"}));
+
+  const unsigned long distance = registry._GetDistance(registry.reference, registry.reference.flag);
+  EXPECT_TRUE(registry._ContainsParameterLink(distance));
+  EXPECT_FALSE(registry._ContainsParameterLink(distance + 1));
+  EXPECT_EQ(translator.FindParameterLink("Flag", "G"), translator.FindParameterLink(distance));
+  EXPECT_EQ(translator.FindParameterLink("Flag", "H"), nullptr);
+  // Renamed after registration, the link is still found by its new texts.
+  translator.FindParameterLink(distance)->SetProperties("Switch", "", "K");
+  EXPECT_EQ(translator.FindParameterLink("Switch", "K"), translator.FindParameterLink(distance));
+  EXPECT_EQ(translator.FindParameterLink("Flag", "G"), nullptr);
+}
+
+TEST(ParameterizedObjectRegistration, DefaultCriteriaFollowTheFieldType) {
+  Registry registry;
+  registry.RegisterAll();
+  ParameterContainer container;
+  registry.GetParameters(container);
+  const auto real = Find<RealParameter>(container, "Real", "G").GetValidationCriteria();
+  EXPECT_EQ(real.first, std::numeric_limits<double>::lowest());
+  EXPECT_EQ(real.second, std::numeric_limits<double>::max());
+  EXPECT_EQ(Find<IntegerParameter>(container, "Unsigned", "G").GetValidationCriteria(),
+            (IntegerParameter::Criteria{0, -1}));
+  EXPECT_EQ(Find<IntegerParameter>(container, "Flag", "G").GetValidationCriteria(),
+            (IntegerParameter::Criteria{0, 1}));
+  EXPECT_EQ(Find<IntegerParameter>(container, "Small", "G").GetValidationCriteria(),
+            (IntegerParameter::Criteria{std::numeric_limits<int>::min(),
+                                        std::numeric_limits<int>::max()}));
+  EXPECT_TRUE(Find<PathParameter>(container, "Path", "G").GetValidationCriteria().empty());
+  EXPECT_EQ(Find<StringParameter>(container, "Text", "G").GetValidationCriteria(), ".*");
+}
+
+TEST(ParameterizedObjectLinks, ValuesCrossBetweenFieldsAndParameters) {
+  Registry registry;
+  registry.RegisterAll();
+  registry.fields.unsigned_count = std::numeric_limits<unsigned long>::max();
+  registry.fields.flag = true;
+  registry.fields.colour = C_RED;
+  registry.fields.real = -2.25;
+  registry.fields.small = -9;
+
+  ParameterContainer container;
+  registry.GetParameters(container);
+  EXPECT_EQ(Find<RealParameter>(container, "Real", "G").GetValue(), -2.25);
+  EXPECT_EQ(Find<IntegerParameter>(container, "Unsigned", "G").GetValue(), -1);
+  EXPECT_EQ(Find<IntegerParameter>(container, "Flag", "G").GetValue(), 1);
+  EXPECT_EQ(Find<EnumParameter>(container, "Colour", "G").GetValue(), 0);
+  EXPECT_EQ(Find<PathParameter>(container, "Path", "G").GetValue().ToString(), "a/b");
+  EXPECT_EQ(Find<StringParameter>(container, "Text", "G").GetValue(), "text");
+  EXPECT_EQ(Find<IntegerParameter>(container, "Small", "G").GetValue(), -9);
+
+  Find<IntegerParameter>(container, "Unsigned", "G").SetValue(-2);
+  Find<IntegerParameter>(container, "Flag", "G").SetValue(2);  // any non-zero value is true
+  Find<EnumParameter>(container, "Colour", "G").SetValue(2);
+  Find<PathParameter>(container, "Path", "G").SetValue(Path("c/d"));
+  Find<StringParameter>(container, "Text", "G").SetValue("other");
+  Find<IntegerParameter>(container, "Small", "G").SetValue(12);
+  registry.fields.flag = false;
+  registry.SetParameters(container);
+  EXPECT_EQ(registry.fields.unsigned_count, std::numeric_limits<unsigned long>::max() - 1);
+  EXPECT_TRUE(registry.fields.flag);
+  EXPECT_EQ(registry.fields.colour, C_BLUE);
+  EXPECT_EQ(registry.fields.path.ToString(), "c/d");
+  EXPECT_EQ(registry.fields.text, "other");
+  EXPECT_EQ(registry.fields.small, 12);
+  EXPECT_EQ(registry.fields.real, -2.25);
+}
+
+TEST(ParameterizedObjectLinks, ExtractIgnoresAParameterOfAnotherKind) {
+  Registry registry;
+  registry.RegisterAll();
+  const auto* link = registry._GetTranslator().FindParameterLink("Real", "G");
+  ASSERT_NE(link, nullptr);
+  Registry::Fields fields;
+  StringParameter wrong("Real", "", "G");
+  wrong.SetValue("3.5");
+  link->ExtractValue(fields, wrong);
+  EXPECT_EQ(fields.real, 1.5);
+  RealParameter right("Real", "", "G");
+  right.SetValue(3.5);
+  link->ExtractValue(fields, right);
+  EXPECT_EQ(fields.real, 3.5);
+}
+
+TEST(ParameterizedObjectLinks, InitializeDataConstructsPathsAndStringsInRawStorage) {
+  Registry registry;
+  registry.RegisterAll();
+  alignas(Registry::Fields) unsigned char storage[sizeof(Registry::Fields)];
+  std::memset(storage, 0xff, sizeof storage);
+  const auto& links = registry._GetTranslator().GetParameterLinks();
+  for (const auto& link : links) {
+    link->InitializeData(storage);
+  }
+  const Registry::Fields& reference = registry.reference;
+  const auto* text = std::launder(
+      reinterpret_cast<std::string*>(storage + registry._GetDistance(reference, reference.text)));
+  const auto* path = std::launder(
+      reinterpret_cast<Path*>(storage + registry._GetDistance(reference, reference.path)));
+  EXPECT_TRUE(text->empty());
+  EXPECT_TRUE(path->ToString().empty());
+  for (const auto& link : links) {
+    link->CleanData(storage);
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// The module's parameters
+
+TEST(ProcessingModuleParameters, ConstructorAppliesTheGivenValues) {
+  const TestModule module(Changed());
+  EXPECT_TRUE(module.debug_dump);
+  EXPECT_EQ(module.debug_dump_dir.ToString(), "/tmp/dump");
+  EXPECT_EQ(module.threshold, 2.0);
+  EXPECT_EQ(module.count, 11u);
+  EXPECT_EQ(module.colour, C_BLUE);
+  EXPECT_EQ(module.label, "changed");
+  EXPECT_TRUE(module.child.verbose);  // slaved to the parent's debug flag
+  EXPECT_EQ(module.calls,
+            (std::vector<std::string>{"_CheckParameters", "_SetConfigurationParameters",
+                                      "_SetRuntimeParameters"}));
+}
+
+TEST(ProcessingModuleParameters, CreateParametersGivesDefaultsNotCurrentValues) {
+  const TestModule module(Changed());
+  const std::unique_ptr<ParameterizedObject::Parameters> created = module.CreateParameters();
+  const auto* parameters = dynamic_cast<const TestModule::Parameters*>(created.get());
+  ASSERT_NE(parameters, nullptr);
+  const TestModule::Parameters defaults;
+  EXPECT_EQ(parameters->threshold, defaults.threshold);
+  EXPECT_EQ(parameters->count, defaults.count);
+  EXPECT_EQ(parameters->colour, defaults.colour);
+  EXPECT_EQ(parameters->label, defaults.label);
+  EXPECT_EQ(parameters->debug_dump, defaults.debug_dump);
+  EXPECT_EQ(parameters->debug_dump_dir.ToString(), defaults.debug_dump_dir.ToString());
+  EXPECT_NE(dynamic_cast<const ChildModule::Parameters*>(module.child.CreateParameters().get()),
+            nullptr);
+}
+
+TEST(ProcessingModuleParameters, HiddenParameterStillTravelsThroughTheStructure) {
+  TestModule module(TestModule::Parameters{});
+  ParameterContainer container;
+  module.GetParameters(container);
+  const ParameterContainer* child = container.FindChild("Child module");
+  ASSERT_NE(child, nullptr);
+  ASSERT_NE(child->FindParameter("Verbose", "Debug"), nullptr);
+  EXPECT_TRUE(child->FindParameter("Verbose", "Debug")->IsHidden());
+  ASSERT_EQ(child->GetVisibleParameters().size(), 1u);
+  EXPECT_EQ(child->GetVisibleParameters()[0]->GetTitle(), "Gain");
+
+  ChildModule::Parameters parameters;
+  parameters.verbose = true;
+  module.child.SetParameters(parameters);
+  EXPECT_TRUE(module.child.verbose);
+  ChildModule::Parameters read;
+  module.GetParameters(read);  // forwarded to the child by type
+  EXPECT_TRUE(read.verbose);
+}
+
+TEST(ProcessingModuleParameters, ForwardedStructureChangesTheChildNotTheParent) {
+  TestModule module(TestModule::Parameters{});
+  ChildModule::Parameters parameters;
+  parameters.gain = 4.0;
+  module.SetRuntimeParameters(parameters);
+  EXPECT_EQ(module.child.gain, 4.0);
+  EXPECT_EQ(module.threshold, 0.5);
+  EXPECT_EQ(module.label, "none");
+}
+
+TEST(ProcessingModuleParameters, GenericEditorListsAndSetsThroughAContainer) {
+  TestModule module(TestModule::Parameters{});
+  ParameterContainer container;
+  module.GetParameters(container);
+  EXPECT_EQ(container.GetTitle(), "PM_Test");
+  EXPECT_EQ(container.GetName(), "Test module");
+  EXPECT_EQ(container.GetDescription(), "Parameters of the test module");
+
+  std::vector<std::string> listed;
+  for (const Parameter* parameter : container.GetVisibleParameters()) {
+    listed.push_back(parameter->GetGroup() + "/" + parameter->GetTitle() + ": " +
+                     parameter->GetDescription());
+  }
+  EXPECT_EQ(listed, (std::vector<std::string>{
+                        "Limits/Threshold: Smallest accepted value.", "Limits/Count: How many.",
+                        "Display/Colour: Colour of the plot.", "Display/Label: A lower case name.",
+                        "Debug/Enable debug dump: Dump intermediate results.",
+                        "Debug/Debug dump dir: Output directory."}));
+
+  // The editor checks input against the criteria before it takes it.
+  auto& threshold = Find<RealParameter>(container, "Threshold", "Limits");
+  EXPECT_EQ(threshold.GetValue(), 0.5);
+  EXPECT_FALSE(threshold.IsValid(10.5));
+  ASSERT_TRUE(threshold.IsValid(7.5));
+  threshold.SetValue(7.5);
+  auto& colour = Find<EnumParameter>(container, "Colour", "Display");
+  EXPECT_EQ(colour.GetValidationCriteria().at(C_BLUE), "blue");
+  EXPECT_FALSE(colour.IsValid(7));
+  colour.SetValue(C_RED);
+  auto& label = Find<StringParameter>(container, "Label", "Display");
+  EXPECT_FALSE(label.IsValid("Not lower"));
+  label.SetValue("edited");
+  Find<IntegerParameter>(container, "Count", "Limits").SetValue(99);
+  Find<IntegerParameter>(container, "Enable debug dump", "Debug").SetValue(1);
+  Find<PathParameter>(container, "Debug dump dir", "Debug").SetValue(Path("out"));
+  ParameterContainer* child = container.FindChild("Child module");
+  ASSERT_NE(child, nullptr);
+  Find<RealParameter>(*child, "Gain", "Signal").SetValue(0.25);
+  // The parent decides the hidden value; what the editor wrote there is not taken.
+  Find<IntegerParameter>(*child, "Verbose", "Debug").SetValue(0);
+
+  module.calls.clear();
+  module.SetParameters(container);
+  EXPECT_EQ(module.threshold, 7.5);
+  EXPECT_EQ(module.colour, C_RED);
+  EXPECT_EQ(module.label, "edited");
+  EXPECT_EQ(module.count, 99u);
+  EXPECT_TRUE(module.debug_dump);
+  EXPECT_EQ(module.debug_dump_dir.ToString(), "out");
+  EXPECT_EQ(module.child.gain, 0.25);
+  EXPECT_TRUE(module.child.verbose);
+  EXPECT_EQ(module.calls,
+            (std::vector<std::string>{"_GetParameters", "_CheckParameters",
+                                      "_SetConfigurationParameters", "_SetRuntimeParameters"}));
+}
+
+TEST(ProcessingModuleParameters, ContainerFromAnotherVersionAppliesWhatMatches) {
+  TestModule module(TestModule::Parameters{});
+  ParameterContainer container;
+  module.GetParameters(container);
+  Find<RealParameter>(container, "Threshold", "Limits").SetValue(3.0);
+  container.AddParameter(RealParameter("Retired", "", "Limits"));
+  StringParameter wrong_kind("Count", "", "Limits");
+  wrong_kind.SetValue("12");
+  ParameterContainer edited("Test module", "");
+  edited.AddParameter(wrong_kind);
+  for (std::size_t i = 0; i < container.GetParameterCount(); ++i) {
+    if (container.GetParameter(i).GetTitle() != "Count") {
+      edited.AddParameter(container.GetParameter(i));
+    }
+  }
+  edited.AddChild("Unknown child", ParameterContainer("x", ""));
+
+  LogCapture log;
+  module.SetParameters(edited);
+  EXPECT_EQ(module.threshold, 3.0);
+  EXPECT_EQ(module.count, 3u);
+  ASSERT_EQ(log.infos.size(), 3u);
+  EXPECT_NE(log.infos[0].find("\"Count\""), std::string::npos);
+  EXPECT_NE(log.infos[1].find("\"Retired\""), std::string::npos);
+  EXPECT_NE(log.infos[2].find("\"Unknown child\""), std::string::npos);
+  EXPECT_TRUE(log.errors.empty());
+}
+
+TEST(ProcessingModuleParameters, RefusedValuesLeaveEveryMemberUnchanged) {
+  TestModule module(TestModule::Parameters{});
+  TestModule::Parameters bad = Changed();
+  bad.threshold = -1.0;
+
+  LogCapture log;
+  EXPECT_THROW(module.SetParameters(bad), std::invalid_argument);
+  EXPECT_THROW(module.SetConfigurationParameters(bad), std::invalid_argument);
+  EXPECT_THROW(module.SetRuntimeParameters(bad), std::invalid_argument);
+  ParameterContainer container;
+  module.GetParameters(container);
+  Find<RealParameter>(container, "Threshold", "Limits").SetValue(-1.0);
+  Find<StringParameter>(container, "Label", "Display").SetValue("changed");
+  EXPECT_THROW(module.SetParameters(container), std::invalid_argument);
+
+  EXPECT_EQ(log.errors, std::vector<std::string>(4, "threshold must be positive"));
+  EXPECT_FALSE(module.debug_dump);
+  EXPECT_EQ(module.debug_dump_dir.ToString(), "./debug_dump/");
+  EXPECT_EQ(module.threshold, 0.5);
+  EXPECT_EQ(module.count, 3u);
+  EXPECT_EQ(module.colour, C_GREEN);
+  EXPECT_EQ(module.label, "none");
+  EXPECT_FALSE(module.child.verbose);
+}
+
+TEST(ProcessingModuleParameters, HalvesChangeOnlyTheirOwnFields) {
+  TestModule module(TestModule::Parameters{});
+  module.calls.clear();
+  module.SetConfigurationParameters(Changed());
+  EXPECT_TRUE(module.debug_dump);
+  EXPECT_EQ(module.threshold, 0.5);
+  EXPECT_EQ(module.calls,
+            (std::vector<std::string>{"_CheckParameters", "_SetConfigurationParameters"}));
+
+  module.calls.clear();
+  module.SetRuntimeParameters(Changed());
+  EXPECT_EQ(module.threshold, 2.0);
+  EXPECT_EQ(module.label, "changed");
+  EXPECT_EQ(module.calls, (std::vector<std::string>{"_CheckParameters", "_SetRuntimeParameters"}));
+}
+
+TEST(ProcessingModuleParameters, WrongDynamicTypeIsRefusedAndLogged) {
+  struct Foreign : ProcessingModule::Parameters {};
+  TestModule module(TestModule::Parameters{});
+  LogCapture log;
+  for (const auto& call :
+       std::vector<std::function<void()>>{[&] { module.SetParameters(Foreign()); },
+                                          [&] { module.SetConfigurationParameters(Foreign()); },
+                                          [&] { module.SetRuntimeParameters(Foreign()); },
+                                          [&] {
+                                            Foreign foreign;
+                                            module.GetParameters(foreign);
+                                          }}) {
+    try {
+      call();
+      ADD_FAILURE() << "no exception";
+    } catch (const std::runtime_error& error) {
+      EXPECT_STREQ(error.what(), "incompatible parameters object");
+    }
+  }
+  EXPECT_EQ(log.errors, std::vector<std::string>(4, "incompatible parameters object"));
+}
+
+// ---------------------------------------------------------------------------------------------
+// The initialize cycle
+
+TEST(ProcessingModuleLifecycle, InitializeAndDeallocateRunTheirHooks) {
+  TestModule module(TestModule::Parameters{});
+  module.calls.clear();
+  EXPECT_FALSE(module.IsInitialized());
+  TestModule::InitializationData data;
+  data.size = 5;
+  module.Initialize(data);
+  EXPECT_TRUE(module.IsInitialized());
+  EXPECT_EQ(module.size, 5);
+  module.Deallocate();
+  EXPECT_FALSE(module.IsInitialized());
+  EXPECT_EQ(module.size, 0);
+  module.Initialize(data);
+  EXPECT_EQ(module.calls, (std::vector<std::string>{"_Initialize", "_Deallocate", "_Initialize"}));
+}
+
+TEST(ProcessingModuleLifecycle, WrongInitializationDataIsRefusedAndLogged) {
+  TestModule module(TestModule::Parameters{});
+  LogCapture log;
+  try {
+    module.Initialize(ProcessingModule::InitializationData());
+    ADD_FAILURE() << "no exception";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "incompatible initialization data object");
+  }
+  EXPECT_FALSE(module.IsInitialized());
+  EXPECT_EQ(log.errors, std::vector<std::string>{"incompatible initialization data object"});
+}
+
+}  // namespace

@@ -1,0 +1,40 @@
+// A deterministic simulator of sensor calibrations: it builds the records of a calibration as a
+// measuring station would fill them, with physically plausible band responses, and writes them
+// through the library's own writer. The bundled sample calibrations come from here, and so do the
+// fixtures of tests and benchmarks.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <kelto/hyperspectral/calibration/sensor_calibration.h>
+
+namespace kelto::tools {
+
+// One band's filter as built: a Fabry-Perot transmission peak with a weaker neighbouring order
+// and a little broadband leakage, seen through the detector's quantum efficiency.
+struct SimulatedFilter {
+  double centre_nm;
+  double fwhm_nm;
+};
+
+class CalibrationSimulator {
+ public:
+  // The calibrations bundled as samples, each named by its GetTypeName().
+  static std::vector<hyperspectral::SensorCalibration> Samples();
+
+  // The response of one filter on the grid: transmission times quantum efficiency. `ingaas`
+  // selects the detector (InGaAs for short-wave infrared, else silicon).
+  static std::vector<double> Response(const SimulatedFilter& filter,
+                                      const std::vector<double>& grid_nm, bool ingaas);
+  // The band with its response and the true peaks the response was made from: the main peak
+  // (order 1) and the neighbouring order where it falls on the grid (order 2).
+  static hyperspectral::FilterZone::BandInfo Band(const SimulatedFilter& filter,
+                                                  unsigned long pattern_position,
+                                                  const std::vector<double>& grid_nm,
+                                                  bool ingaas);
+  // Quantum efficiency of the detector at a wavelength, as a fraction.
+  static double QuantumEfficiency(double wavelength_nm, bool ingaas);
+};
+
+}  // namespace kelto::tools
