@@ -28,8 +28,8 @@ const std::string& SampleBytes() {
 void BM_PlainLibxml2Parse(benchmark::State& state) {
   const std::string& bytes = SampleBytes();
   for (auto _ : state) {
-    xmlDoc* document = xmlReadMemory(bytes.data(), static_cast<int>(bytes.size()), nullptr,
-                                     nullptr, XML_PARSE_NONET);
+    xmlDoc* document = xmlReadMemory(bytes.data(), static_cast<int>(bytes.size()), nullptr, nullptr,
+                                     XML_PARSE_NONET);
     benchmark::DoNotOptimize(document);
     xmlFreeDoc(document);
   }

@@ -73,9 +73,8 @@ void Vkr9(SensorCalibration& calibration) {
 // linearly from fwhm_first to fwhm_last.
 FilterZone Zone(FilterZone::eFilterLayout layout, unsigned long index,
                 common::RegionOfInterest area, unsigned long pattern_width,
-                unsigned long pattern_height, double first_nm, double last_nm,
-                double fwhm_first_nm, double fwhm_last_nm, const std::vector<double>& grid_nm,
-                bool ingaas) {
+                unsigned long pattern_height, double first_nm, double last_nm, double fwhm_first_nm,
+                double fwhm_last_nm, const std::vector<double>& grid_nm, bool ingaas) {
   FilterZone zone(layout);
   zone.index = index;
   zone.filter_area = area;
@@ -124,14 +123,13 @@ std::vector<double> CalibrationSimulator::Response(const SimulatedFilter& filter
       transmission += kNeighbourHeight * Transmission(neighbour, wavelength);
     }
     transmission += kLeakage * (1.0 + 0.3 * std::sin(wavelength / 37.0));
-    response.push_back(kPeakTransmission * transmission *
-                       QuantumEfficiency(wavelength, ingaas));
+    response.push_back(kPeakTransmission * transmission * QuantumEfficiency(wavelength, ingaas));
   }
   return response;
 }
 
 BandInfo CalibrationSimulator::Band(const SimulatedFilter& filter, unsigned long pattern_position,
-                                const std::vector<double>& grid_nm, bool ingaas) {
+                                    const std::vector<double>& grid_nm, bool ingaas) {
   BandInfo band;
   band.pattern_position_index = pattern_position;
   band.selected = true;
@@ -171,15 +169,15 @@ std::vector<SensorCalibration> CalibrationSimulator::Samples() {
   SensorCalibration mosaic4 = Calibration("17.4.4.1");
   Vkr9(mosaic4);
   mosaic4.filter_info.calibration_info.sample_points_nm = visible;
-  mosaic4.filter_info.filter_zones.push_back(Zone(FilterZone::MOSAIC, 0, {0, 0, 2048, 1088}, 4,
-                                                  4, 470, 620, 10, 13, visible, false));
+  mosaic4.filter_info.filter_zones.push_back(
+      Zone(FilterZone::MOSAIC, 0, {0, 0, 2048, 1088}, 4, 4, 470, 620, 10, 13, visible, false));
   samples.push_back(mosaic4);
 
   SensorCalibration mosaic5 = Calibration("17.5.5.2");
   Vkr9(mosaic5);
   mosaic5.filter_info.calibration_info.sample_points_nm = visible;
-  mosaic5.filter_info.filter_zones.push_back(Zone(FilterZone::MOSAIC, 0, {0, 0, 2045, 1085}, 5,
-                                                  5, 600, 1000, 14, 20, visible, false));
+  mosaic5.filter_info.filter_zones.push_back(
+      Zone(FilterZone::MOSAIC, 0, {0, 0, 2045, 1085}, 5, 5, 600, 1000, 14, 20, visible, false));
   samples.push_back(mosaic5);
 
   SensorCalibration wedge = Calibration("12.150.0.3");
@@ -194,8 +192,8 @@ std::vector<SensorCalibration> CalibrationSimulator::Samples() {
   SensorCalibration tiles = Calibration("14.32.0.4");
   Vkr9(tiles);
   tiles.filter_info.calibration_info.sample_points_nm = visible;
-  tiles.filter_info.filter_zones.push_back(Zone(FilterZone::TILED, 0, {0, 0, 2048, 1088}, 8, 4,
-                                                600, 1000, 15, 18, visible, false));
+  tiles.filter_info.filter_zones.push_back(
+      Zone(FilterZone::TILED, 0, {0, 0, 2048, 1088}, 8, 4, 600, 1000, 15, 18, visible, false));
   samples.push_back(tiles);
 
   SensorCalibration swir = Calibration("31.4.4.5");
@@ -209,8 +207,8 @@ std::vector<SensorCalibration> CalibrationSimulator::Samples() {
   sensor.gain_mode = "high";
   const std::vector<double> infrared = Grid(1000.0, 1750.0);
   swir.filter_info.calibration_info.sample_points_nm = infrared;
-  swir.filter_info.filter_zones.push_back(Zone(FilterZone::MOSAIC, 0, {0, 0, 640, 512}, 4, 4,
-                                               1100, 1700, 20, 30, infrared, true));
+  swir.filter_info.filter_zones.push_back(
+      Zone(FilterZone::MOSAIC, 0, {0, 0, 640, 512}, 4, 4, 1100, 1700, 20, 30, infrared, true));
   samples.push_back(swir);
   return samples;
 }

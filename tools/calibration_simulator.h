@@ -31,8 +31,7 @@ class CalibrationSimulator {
   // (order 1) and the neighbouring order where it falls on the grid (order 2).
   static hyperspectral::FilterZone::BandInfo Band(const SimulatedFilter& filter,
                                                   unsigned long pattern_position,
-                                                  const std::vector<double>& grid_nm,
-                                                  bool ingaas);
+                                                  const std::vector<double>& grid_nm, bool ingaas);
   // Quantum efficiency of the detector at a wavelength, as a fraction.
   static double QuantumEfficiency(double wavelength_nm, bool ingaas);
 };

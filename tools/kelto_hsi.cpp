@@ -49,8 +49,7 @@ int Check(const std::string& file, bool detailed) {
   }
   const kelto::tools::RecordKind* kind = kelto::tools::FindRecordKind(probe.root);
   if (kind == nullptr) {
-    std::cerr << "kelto-hsi: " << file << ": unknown record \"" << probe.root
-              << "\"; known roots:";
+    std::cerr << "kelto-hsi: " << file << ": unknown record \"" << probe.root << "\"; known roots:";
     for (const auto& known : kelto::tools::RecordKinds()) {
       std::cerr << ' ' << known.root;
     }
@@ -78,8 +77,9 @@ int Check(const std::string& file, bool detailed) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"kelto-hsi: reads, checks and summarises the calibration records of sensors with "
-               "on-chip spectral filters."};
+  CLI::App app{
+      "kelto-hsi: reads, checks and summarises the calibration records of sensors with "
+      "on-chip spectral filters."};
   app.set_version_flag("--version", kelto::common::GetVersionString());
   app.require_subcommand(1);
 
@@ -88,9 +88,10 @@ int main(int argc, char** argv) {
       "check",
       "Read a record file (known by its root element), print a summary and every event of the "
       "read.\nExit status: 0 no problem, 1 warnings, 2 errors, 3 the file can't be read at all.");
-  check->add_option("FILE", file,
-                    "the record file: sensor_calibration, sensor_info, filter_info, "
-                    "calibration_info or correction_matrix")
+  check
+      ->add_option("FILE", file,
+                   "the record file: sensor_calibration, sensor_info, filter_info, "
+                   "calibration_info or correction_matrix")
       ->required();
 
   CLI::App* info = app.add_subcommand(

@@ -50,14 +50,14 @@ void DescribeGrid(const CalibrationInfo& grid, std::ostream& out) {
 
 void DescribePeaks(const FilterZone::BandInfo& band, std::ostream& out) {
   for (const auto& peak : band.peaks) {
-    out << "  " << std::fixed << std::setprecision(1) << peak.wavelength_nm << "/"
-        << peak.fwhm_nm << "/" << peak.order << std::defaultfloat << std::setprecision(6);
+    out << "  " << std::fixed << std::setprecision(1) << peak.wavelength_nm << "/" << peak.fwhm_nm
+        << "/" << peak.order << std::defaultfloat << std::setprecision(6);
   }
 }
 
 void DescribeFilter(const FilterInfo& filter, std::ostream& out, bool detailed) {
-  Label(out, "filter") << filter.GetTypeName() << ", " << filter.filter_zones.size()
-                       << " zone(s), " << filter.GetTotalNrBands() << " bands\n";
+  Label(out, "filter") << filter.GetTypeName() << ", " << filter.filter_zones.size() << " zone(s), "
+                       << filter.GetTotalNrBands() << " bands\n";
   DescribeGrid(filter.calibration_info, out);
   for (const FilterZone& zone : filter.filter_zones) {
     const common::RegionOfInterest& area = zone.filter_area;
@@ -74,8 +74,8 @@ void DescribeFilter(const FilterInfo& filter, std::ostream& out, bool detailed) 
     for (std::size_t i = 0; i < zone.bands.size(); ++i) {
       const FilterZone::BandInfo& band = zone.bands[i];
       out << "    " << std::right << std::setw(4) << i << "  " << std::setw(5)
-          << band.pattern_position_index << "  " << std::setw(8)
-          << (band.selected ? "yes" : "no") << " ";
+          << band.pattern_position_index << "  " << std::setw(8) << (band.selected ? "yes" : "no")
+          << " ";
       DescribePeaks(band, out);
       out << std::left << '\n';
     }
@@ -85,19 +85,17 @@ void DescribeFilter(const FilterInfo& filter, std::ostream& out, bool detailed) 
 void DescribeMatrix(const CorrectionMatrix& matrix, std::ostream& out, bool detailed) {
   Label(out, "matrix") << "\"" << matrix.name << "\", "
                        << hyperspectral::CorrectionAlgorithms::ToString(matrix.algorithm) << " "
-                       << matrix.algorithm_version.first << "."
-                       << matrix.algorithm_version.second << ", "
-                       << hyperspectral::CorrectionMatrixTypes::ToString(matrix.type) << ", "
-                       << matrix.virtual_bands.size() << " virtual bands\n";
+                       << matrix.algorithm_version.first << "." << matrix.algorithm_version.second
+                       << ", " << hyperspectral::CorrectionMatrixTypes::ToString(matrix.type)
+                       << ", " << matrix.virtual_bands.size() << " virtual bands\n";
   if (!detailed) {
     return;
   }
   for (std::size_t i = 0; i < matrix.virtual_bands.size(); ++i) {
     const auto& band = matrix.virtual_bands[i];
-    out << "    " << std::right << std::setw(4) << i << "  " << std::fixed
-        << std::setprecision(1) << band.wavelength_nm << " nm, FWHM " << band.fwhm_nm << " nm, "
-        << band.coefficients.size() << " coefficients" << std::defaultfloat
-        << std::setprecision(6) << std::left << '\n';
+    out << "    " << std::right << std::setw(4) << i << "  " << std::fixed << std::setprecision(1)
+        << band.wavelength_nm << " nm, FWHM " << band.fwhm_nm << " nm, " << band.coefficients.size()
+        << " coefficients" << std::defaultfloat << std::setprecision(6) << std::left << '\n';
   }
 }
 

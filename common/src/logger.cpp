@@ -36,9 +36,13 @@ void Logger::Info(const std::string& message) const {
   }
 }
 
-void Logger::StaticError(const char* message) { _Write(eLevel::Error, "", message == nullptr ? "" : message); }
+void Logger::StaticError(const char* message) {
+  _Write(eLevel::Error, "", message == nullptr ? "" : message);
+}
 
-void Logger::StaticInfo(const std::string& message) { _Write(eLevel::Info, "", message); }
+void Logger::StaticInfo(const std::string& message) {
+  _Write(eLevel::Info, "", message);
+}
 
 void Logger::SetSink(Sink sink) {
   std::lock_guard<std::mutex> lock(SinkMutex());
@@ -51,8 +55,8 @@ void Logger::_Write(eLevel level, const std::string& name, const std::string& me
     CurrentSink()(level, name, message);
     return;
   }
-  std::cerr << (level == eLevel::Error ? "[error] " : "[info] ") << (name.empty() ? "" : name + ": ")
-            << message << '\n';
+  std::cerr << (level == eLevel::Error ? "[error] " : "[info] ")
+            << (name.empty() ? "" : name + ": ") << message << '\n';
 }
 
 }  // namespace kelto::common

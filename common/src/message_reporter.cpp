@@ -4,6 +4,8 @@
 
 namespace kelto::common {
 
-void MessageReporter::Error(const std::string& message) { Logger("MessageReporter").Error(message); }
+void MessageReporter::Error(const std::string& message) {
+  Logger("MessageReporter").Error(message);
+}
 
 }  // namespace kelto::common

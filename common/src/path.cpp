@@ -5,7 +5,8 @@
 
 namespace kelto::common::filesystem {
 
-Path::Path(const char* text) : path_(text == nullptr ? "" : text), text_(text == nullptr ? "" : text) {}
+Path::Path(const char* text)
+    : path_(text == nullptr ? "" : text), text_(text == nullptr ? "" : text) {}
 
 Path::Path(const std::string& text) : path_(text), text_(text) {}
 
@@ -16,7 +17,9 @@ bool Path::Exists() const {
   return std::filesystem::exists(path_, error);
 }
 
-Path operator/(Path const& left, Path const& right) { return Path(left.Native() / right.Native()); }
+Path operator/(Path const& left, Path const& right) {
+  return Path(left.Native() / right.Native());
+}
 
 void CreateDirectories(Path const& path) {
   std::error_code error;

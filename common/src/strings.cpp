@@ -27,7 +27,9 @@ void AppendUtf8(std::string& out, char32_t code) {
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
+bool IsSpace(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
+}
 
 // from_chars refuses a leading '+', which hand-edited files do hold.
 std::string_view PrepareNumber(std::string_view text) {
@@ -72,7 +74,11 @@ std::wstring StringToUnicode(const std::string& text) {
   std::size_t i = 0;
   while (i < text.size()) {
     const auto lead = static_cast<unsigned char>(text[i]);
-    int length = lead < 0x80 ? 1 : (lead >> 5) == 0x6 ? 2 : (lead >> 4) == 0xE ? 3 : (lead >> 3) == 0x1E ? 4 : 0;
+    int length = lead < 0x80           ? 1
+                 : (lead >> 5) == 0x6  ? 2
+                 : (lead >> 4) == 0xE  ? 3
+                 : (lead >> 3) == 0x1E ? 4
+                                       : 0;
     if (length == 0 || i + static_cast<std::size_t>(length) > text.size()) {
       out += static_cast<wchar_t>(kReplacement);
       ++i;
@@ -86,7 +92,8 @@ std::wstring StringToUnicode(const std::string& text) {
       code = (code << 6) | (next & 0x3F);
     }
     static constexpr char32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    valid = valid && code >= kSmallest[length] && code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
+    valid =
+        valid && code >= kSmallest[length] && code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
     out += static_cast<wchar_t>(valid ? code : kReplacement);
     i += valid ? static_cast<std::size_t>(length) : 1;
   }
@@ -103,9 +110,13 @@ std::string_view Trim(std::string_view text) {
   return text;
 }
 
-bool ParseDouble(std::string_view text, double& value) { return ParseWhole(text, value); }
+bool ParseDouble(std::string_view text, double& value) {
+  return ParseWhole(text, value);
+}
 
-bool ParseInt(std::string_view text, int& value) { return ParseWhole(text, value); }
+bool ParseInt(std::string_view text, int& value) {
+  return ParseWhole(text, value);
+}
 
 bool ParseUnsignedLong(std::string_view text, unsigned long& value) {
   // from_chars would read "-1" as an error already; this keeps "-0" out as well.

@@ -2,6 +2,8 @@
 
 namespace kelto::common {
 
-std::string GetVersionString() { return KELTO_VERSION; }
+std::string GetVersionString() {
+  return KELTO_VERSION;
+}
 
 }  // namespace kelto::common

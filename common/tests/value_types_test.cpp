@@ -96,6 +96,8 @@ TEST(FilterResponse, CopiesBothArrays) {
   EXPECT_EQ(filter.response, (std::vector<double>{0.1, 0.9, 0.2}));
   EXPECT_EQ(filter.wavelengths, (std::vector<double>{500, 510, 520}));
   EXPECT_EQ(filter.index, 17u);
+  EXPECT_EQ(filter.first_peak.wavelength_nm, 0.0);
+  EXPECT_EQ(filter.second_peak.quantum_efficiency, 0.0);
 
   const FilterResponse empty(nullptr, nullptr, 0, 1);
   EXPECT_TRUE(empty.response.empty());

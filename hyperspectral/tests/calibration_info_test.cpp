@@ -19,8 +19,8 @@ constexpr int kUnsupportedVersion = 11, kMissingVersion = 12, kMissingElement = 
 
 std::string Range(int version, const std::string& prefix, const std::string& start,
                   const std::string& end, const std::string& step, const std::string& extra = "") {
-  const std::string resolution = prefix == "measurement" ? "measurement_resolution_nm"
-                                                         : "wavelength_resolution_nm";
+  const std::string resolution =
+      prefix == "measurement" ? "measurement_resolution_nm" : "wavelength_resolution_nm";
   return "<calibration_info version=\"" + std::to_string(version) + "\"><" + prefix +
          "_range_start_nm>" + start + "</" + prefix + "_range_start_nm><" + prefix +
          "_range_end_nm>" + end + "</" + prefix + "_range_end_nm><" + resolution + ">" + step +
@@ -37,8 +37,8 @@ TEST(CalibrationInfoGrid, RangeAndStepGiveRoundedCountOfPoints) {
     std::size_t count;
     double last;
   };
-  for (const Case& c : {Case{1000.0, 601, 1000.0}, Case{1000.6, 602, 1001.0},
-                        Case{1000.4, 601, 1000.0}}) {
+  for (const Case& c :
+       {Case{1000.0, 601, 1000.0}, Case{1000.6, 602, 1001.0}, Case{1000.4, 601, 1000.0}}) {
     CalibrationInfo grid;
     const auto result = Read(grid, Range(1, "wavelength", "400", std::to_string(c.end), "1"));
     EXPECT_EQ(result.state(), 0);

@@ -13,8 +13,7 @@ using testing::Read;
 using ParsingResult = common::XMLSerializableInterface::ParsingResult;
 
 constexpr int kOk = 0, kWarning = 1, kError = 2;
-constexpr int kUnsupportedVersion = 11, kMissingElement = 13, kSanityCheck = 30,
-              kReadStart = 40;
+constexpr int kUnsupportedVersion = 11, kMissingElement = 13, kSanityCheck = 30, kReadStart = 40;
 
 const char* const kOrderRule =
     "(prev_filter_zone.filter_area.offset_y + prev_filter_zone.filter_area.height <= "
@@ -149,11 +148,10 @@ TEST(FilterInfoReading, MissingContainersAndEmptyZoneList) {
   result = Read(filter, R"(<filter_info version="3"><calibration_info version="5">
       <sample_points_nm nr_elements="0" values=""/></calibration_info><filter_zones/>
       </filter_info>)");
-  EXPECT_EQ(Events(result),
-            (EventList{{kOk, kReadStart, "filter_info"},
-                       {kOk, kReadStart, "calibration_info"},
-                       {kWarning, kSanityCheck, "!sample_points_nm.empty ()"},
-                       {kError, kSanityCheck, "!filter_zones.empty ()"}}));
+  EXPECT_EQ(Events(result), (EventList{{kOk, kReadStart, "filter_info"},
+                                       {kOk, kReadStart, "calibration_info"},
+                                       {kWarning, kSanityCheck, "!sample_points_nm.empty ()"},
+                                       {kError, kSanityCheck, "!filter_zones.empty ()"}}));
 }
 
 TEST(FilterInfoReading, VersionsWithoutReaderYet) {
@@ -194,8 +192,8 @@ TEST(FilterInfoChecks, ZonesMustBeNumberedAndListedTopLeftFirst) {
   filter.filter_zones[1].filter_area.offset_y = 100.0;
   ParsingResult third;
   filter.RunSanityChecks(third);
-  EXPECT_EQ(Events(third), (EventList{{kError, kSanityCheck, kOrderRule},
-                                      {kError, kSanityCheck, kOrderRule}}));
+  EXPECT_EQ(Events(third),
+            (EventList{{kError, kSanityCheck, kOrderRule}, {kError, kSanityCheck, kOrderRule}}));
 }
 
 TEST(FilterInfoEquality, ComparesGridAndZonesInOrder) {

@@ -225,8 +225,8 @@ TEST(BandList, RetainAndSortKeepTheRightBands) {
 // ----- zones
 
 TEST(FilterZoneLayout, CreateAndTextForms) {
-  for (auto layout : {FilterZone::NO_FILTER, FilterZone::WEDGE, FilterZone::TILED,
-                      FilterZone::MOSAIC}) {
+  for (auto layout :
+       {FilterZone::NO_FILTER, FilterZone::WEDGE, FilterZone::TILED, FilterZone::MOSAIC}) {
     std::unique_ptr<FilterZone> zone(FilterZone::Create(layout));
     EXPECT_EQ(zone->filter_layout(), layout);
     FilterZone::eFilterLayout back = FilterZone::NO_FILTER;
@@ -313,18 +313,17 @@ TEST(FilterZoneReading, MissingItemsAndZeroLimits) {
   zone.index = 9;
   const auto result = Read(zone, R"(<filter_zone version="3" layout="MOSAIC">
       <spectral_range_start_nm>0</spectral_range_start_nm></filter_zone>)");
-  EXPECT_EQ(Events(result),
-            (EventList{{kOk, kReadStart, "filter_zone"},
-                       {kError, kMissingElement, "filter_area"},
-                       {kError, kMissingValue, "pattern_width"},
-                       {kError, kMissingValue, "pattern_height"},
-                       {kError, kMissingValue, "filter_width"},
-                       {kError, kMissingValue, "filter_height"},
-                       {kError, kMissingValue, "spectral_range_end_nm"},
-                       {kWarning, kMissingValue, "spectral_range_start_nm"},
-                       {kWarning, kMissingValue, "spectral_range_end_nm"},
-                       {kError, kMissingElement, "bands"},
-                       {kError, kMissingAttribute, "index"}}));
+  EXPECT_EQ(Events(result), (EventList{{kOk, kReadStart, "filter_zone"},
+                                       {kError, kMissingElement, "filter_area"},
+                                       {kError, kMissingValue, "pattern_width"},
+                                       {kError, kMissingValue, "pattern_height"},
+                                       {kError, kMissingValue, "filter_width"},
+                                       {kError, kMissingValue, "filter_height"},
+                                       {kError, kMissingValue, "spectral_range_end_nm"},
+                                       {kWarning, kMissingValue, "spectral_range_start_nm"},
+                                       {kWarning, kMissingValue, "spectral_range_end_nm"},
+                                       {kError, kMissingElement, "bands"},
+                                       {kError, kMissingAttribute, "index"}}));
   EXPECT_EQ(zone.spectral_range_start_nm, 400.0);
   EXPECT_EQ(zone.spectral_range_end_nm, 1000.0);
   EXPECT_TRUE(zone.bands.empty());
@@ -344,7 +343,8 @@ TEST(FilterZoneReading, NoFilterZoneIgnoresTheElementAndWritesNothing) {
     NoFilterZone zone;
     zone.pattern_height = 5;
     std::string versioned = text;
-    versioned.replace(versioned.find("version=\"3\""), 11, std::string("version=\"") + version + "\"");
+    versioned.replace(versioned.find("version=\"3\""), 11,
+                      std::string("version=\"") + version + "\"");
     const auto result = Read(zone, versioned);
     EXPECT_EQ(Events(result), (EventList{{kOk, kReadStart, "filter_zone"}})) << version;
     EXPECT_TRUE(zone == NoFilterZone()) << version;
@@ -354,9 +354,9 @@ TEST(FilterZoneReading, NoFilterZoneIgnoresTheElementAndWritesNothing) {
 
 TEST(FilterZoneReading, VersionsWithoutReaderYet) {
   WedgeFilterZone wedge;
-  EXPECT_EQ(Events(Read(wedge, R"(<filter_zone version="0" layout="WEDGE"/>)")),
-            (EventList{{kOk, kReadStart, "filter_zone"},
-                       {kError, kUnsupportedVersion, "filter_zone"}}));
+  EXPECT_EQ(
+      Events(Read(wedge, R"(<filter_zone version="0" layout="WEDGE"/>)")),
+      (EventList{{kOk, kReadStart, "filter_zone"}, {kError, kUnsupportedVersion, "filter_zone"}}));
   MosaicFilterZone mosaic;
   EXPECT_EQ(Events(Read(mosaic, R"(<filter_zone layout="MOSAIC"/>)")),
             (EventList{{kOk, kReadStart, "filter_zone"},
@@ -394,10 +394,9 @@ TEST(FilterZoneChecks, AreaMustHoldWholePatternsByTruncatedSize) {
   zone.filter_area.height = 1090.0;
   ParsingResult result;
   zone.RunSanityChecks(result);
-  EXPECT_EQ(Events(result),
-            (EventList{{kError, kSanityCheck,
-                        "0 == static_cast <size_t> (filter_area.height) % "
-                        "(pattern_height*filter_height)"}}));
+  EXPECT_EQ(Events(result), (EventList{{kError, kSanityCheck,
+                                        "0 == static_cast <size_t> (filter_area.height) % "
+                                        "(pattern_height*filter_height)"}}));
 
   zone.pattern_height = 1ul << 32;
   zone.filter_height = 1ul << 32;  // the product overflows to 0

@@ -68,12 +68,18 @@ SensorCalibration Small() {
 
 // The events of reading Small() as written, in order.
 const EventList kSoundRead = {
-    {kOk, kReadStart, "sensor_calibration"}, {kOk, kReadStart, "sensor_info"},
-    {kOk, kReadStart, "filter_info"},        {kOk, kReadStart, "calibration_info"},
-    {kOk, kReadStart, "filter_zone"},        {kOk, kReadStart, "filter_area"},
-    {kOk, kReadStart, "band"},               {kOk, kReadStart, "peak"},
-    {kOk, kReadStart, "band"},               {kOk, kReadStart, "peak"},
-    {kOk, kReadStart, "system_info"},        {kOk, kReadStart, "spectral_correction_info"},
+    {kOk, kReadStart, "sensor_calibration"},
+    {kOk, kReadStart, "sensor_info"},
+    {kOk, kReadStart, "filter_info"},
+    {kOk, kReadStart, "calibration_info"},
+    {kOk, kReadStart, "filter_zone"},
+    {kOk, kReadStart, "filter_area"},
+    {kOk, kReadStart, "band"},
+    {kOk, kReadStart, "peak"},
+    {kOk, kReadStart, "band"},
+    {kOk, kReadStart, "peak"},
+    {kOk, kReadStart, "system_info"},
+    {kOk, kReadStart, "spectral_correction_info"},
 };
 
 std::string Replace(std::string text, const std::string& from, const std::string& to) {
@@ -123,29 +129,28 @@ TEST(SensorCalibrationDefects, MissingRootAttributes) {
 }
 
 TEST(SensorCalibrationDefects, NotADateTimeIsTimeZeroWithoutEvent) {
-  const std::string text = Replace(Small().WriteString(), "2024-06-01T12:00:05Z",
-                                   "not-a-date-time");
+  const std::string text =
+      Replace(Small().WriteString(), "2024-06-01T12:00:05Z", "not-a-date-time");
   SensorCalibration calibration;
   EXPECT_EQ(Events(Read(calibration, text)), kSoundRead);
   EXPECT_EQ(calibration.modified, common::time::TimePoint());
 
   const std::string garbled = Replace(Small().WriteString(), "2024-06-01T12:00:05Z", "June");
-  EXPECT_EQ(Events(Read(calibration, garbled)),
-            With(1, {{kError, 20, "modified"}}));
+  EXPECT_EQ(Events(Read(calibration, garbled)), With(1, {{kError, 20, "modified"}}));
 }
 
 TEST(SensorCalibrationDefects, ZoneOfAnotherOrUnknownLayout) {
   // The stored layout decides the class that reads the zone, so another known layout reads the
   // same element silently as that layout.
   SensorCalibration calibration;
-  const auto tiled = Read(calibration, Replace(Small().WriteString(), R"(layout="MOSAIC")",
-                                               R"(layout="TILED")"));
+  const auto tiled =
+      Read(calibration, Replace(Small().WriteString(), R"(layout="MOSAIC")", R"(layout="TILED")"));
   EXPECT_EQ(Events(tiled), kSoundRead);
   EXPECT_EQ(calibration.filter_info.filter_zones[0].filter_layout(), FilterZone::TILED);
 
   // An unknown layout becomes an empty zone without a filter: nothing of it is read or checked.
-  const auto unknown = Read(calibration, Replace(Small().WriteString(), R"(layout="MOSAIC")",
-                                                 R"(layout="HEXAGONAL")"));
+  const auto unknown = Read(
+      calibration, Replace(Small().WriteString(), R"(layout="MOSAIC")", R"(layout="HEXAGONAL")"));
   EventList expected = kSoundRead;
   expected.erase(expected.begin() + 5, expected.begin() + 10);
   EXPECT_EQ(Events(unknown), expected);
@@ -156,8 +161,8 @@ TEST(SensorCalibrationDefects, ZoneOfAnotherOrUnknownLayout) {
 }
 
 TEST(SensorCalibrationDefects, BandWithoutIndexAndPeakOfOrderZero) {
-  std::string text = Replace(Small().WriteString(), R"(<band version="4" index="1")",
-                             R"(<band version="4")");
+  std::string text =
+      Replace(Small().WriteString(), R"(<band version="4" index="1")", R"(<band version="4")");
   text = Replace(text, R"(<peak version="2" order="1")", R"(<peak version="2" order="0")");
   SensorCalibration calibration;
   const auto result = Read(calibration, text);
@@ -210,8 +215,8 @@ TEST(SensorCalibrationDefects, UnmeasuredAndMisfitResponsesAreWarnings) {
 }
 
 TEST(SensorCalibrationDefects, SensorDefectIsReportedTwice) {
-  const std::string text = Replace(Small().WriteString(), "<height_px>32</height_px>",
-                                   "<height_px>0</height_px>");
+  const std::string text =
+      Replace(Small().WriteString(), "<height_px>32</height_px>", "<height_px>0</height_px>");
   SensorCalibration calibration;
   const auto result = Read(calibration, text);
   EventList expected = With(2, {{kError, kSanityCheck, "0 < height_px"}});
@@ -224,7 +229,8 @@ TEST(SensorCalibrationDefects, SensorDefectIsReportedTwice) {
 
 TEST(SensorCalibrationDefects, MissingBlocks) {
   SensorCalibration calibration;
-  const auto result = Read(calibration, R"(<anything version="3" sensor_id="1" created="not-a-date-time"
+  const auto result =
+      Read(calibration, R"(<anything version="3" sensor_id="1" created="not-a-date-time"
       modified="not-a-date-time" software="x" software_version="1"/>)");
   EXPECT_EQ(Events(result),
             (EventList{{kOk, kReadStart, "anything"},
@@ -243,8 +249,8 @@ TEST(SensorCalibrationDefects, MissingBlocks) {
 TEST(SensorCalibrationVersions, NewerIsReadAsCurrentOlderWaitForTheirReaders) {
   const std::string text = Small().WriteString();
   SensorCalibration calibration;
-  EXPECT_EQ(Events(Read(calibration, Replace(text, R"(version="3" sensor_id)",
-                                             R"(version="4" sensor_id)"))),
+  EXPECT_EQ(Events(Read(calibration,
+                        Replace(text, R"(version="3" sensor_id)", R"(version="4" sensor_id)"))),
             kSoundRead);
   EXPECT_TRUE(calibration == Small());
 
@@ -341,9 +347,8 @@ TEST(SensorCalibrationSamples, EveryBundledSampleIsSoundAndRoundTrips) {
 TEST(SensorCalibrationSamples, CountsClaimedByTheFileAllocateNothingBeyondItsText) {
   const std::string sound = Small().WriteString();
   for (const char* count : {"18446744073709551615", "99999999999", "-3", "3e9"}) {
-    const std::string text =
-        Replace(sound, R"(<response nr_elements="3")",
-                std::string("<response nr_elements=\"") + count + "\"");
+    const std::string text = Replace(sound, R"(<response nr_elements="3")",
+                                     std::string("<response nr_elements=\"") + count + "\"");
     SensorCalibration calibration;
     const auto result = Read(calibration, text);
     EXPECT_EQ(Events(result), With(8, {{kError, 20, "response"}})) << count;

@@ -50,18 +50,18 @@ TEST(SensorInfoDispatch, NewerVersionIsRefusedAndDefaultsAreChecked) {
   SensorInfo sensor;
   const auto result = Read(sensor, R"(<sensor_info version="3" sensor_type="VKR9">
       <width_px>2048</width_px><height_px>1088</height_px></sensor_info>)");
-  EXPECT_EQ(Events(result), Concat({{kOk, kReadStart, "sensor_info"},
-                                    {kError, kUnsupportedVersion, "sensor_info"}},
-                                   kDefaultFailures));
+  EXPECT_EQ(Events(result),
+            Concat({{kOk, kReadStart, "sensor_info"}, {kError, kUnsupportedVersion, "sensor_info"}},
+                   kDefaultFailures));
   EXPECT_TRUE(sensor == SensorInfo());
 }
 
 TEST(SensorInfoDispatch, NegativeVersionIsRefused) {
   SensorInfo sensor;
   const auto result = Read(sensor, R"(<sensor_info version="-2"/>)");
-  EXPECT_EQ(Events(result), Concat({{kOk, kReadStart, "sensor_info"},
-                                    {kError, kUnsupportedVersion, "sensor_info"}},
-                                   kDefaultFailures));
+  EXPECT_EQ(Events(result),
+            Concat({{kOk, kReadStart, "sensor_info"}, {kError, kUnsupportedVersion, "sensor_info"}},
+                   kDefaultFailures));
 }
 
 TEST(SensorInfoDispatch, WrongTagIsReportedAndReadAllTheSame) {
@@ -225,13 +225,12 @@ TEST(SensorInfoLegacy, VersionOneComputesTheGainFromTheCapacity) {
   result = Read(sensor, R"(<sensor_info version="1"><width>1024</width><height>256</height>
       <pixel_pitch>5.5</pixel_pitch></sensor_info>)");
   EXPECT_TRUE(std::isinf(sensor.overall_gain));
-  EXPECT_EQ(Events(result),
-            (EventList{{kOk, kReadStart, "sensor_info"},
-                       {kError, kMissingElement, "full_well_capacity_e"},
-                       {kError, kSanityCheck, "full_well_capacity_e > 0"},
-                       {kError, kSanityCheck,
-                        "((0.9 * computed_overall_gain < overall_gain) && (1.1 * "
-                        "computed_overall_gain > overall_gain))"}}));
+  EXPECT_EQ(Events(result), (EventList{{kOk, kReadStart, "sensor_info"},
+                                       {kError, kMissingElement, "full_well_capacity_e"},
+                                       {kError, kSanityCheck, "full_well_capacity_e > 0"},
+                                       {kError, kSanityCheck,
+                                        "((0.9 * computed_overall_gain < overall_gain) && (1.1 * "
+                                        "computed_overall_gain > overall_gain))"}}));
 }
 
 TEST(SensorInfoWriting, EveryFamilyRoundTripsExactly) {

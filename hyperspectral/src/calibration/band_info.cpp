@@ -1,6 +1,5 @@
 #include <kelto/hyperspectral/calibration/filter_zone.h>
 
-
 namespace kelto::hyperspectral {
 
 using BandInfo = FilterZone::BandInfo;

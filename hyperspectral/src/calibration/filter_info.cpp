@@ -4,7 +4,6 @@
 #include <sstream>
 #include <stdexcept>
 
-
 namespace kelto::hyperspectral {
 
 using ParsingResult = common::XMLSerializableInterface::ParsingResult;
@@ -121,9 +120,10 @@ void FilterInfo::RunSanityChecks(ParsingResult& result) const {
       const common::RegionOfInterest& prev = filter_zones[k].filter_area;
       if (!(prev.offset_y + prev.height <= area.offset_y ||
             prev.offset_x + prev.width <= area.offset_x)) {
-        fail("(prev_filter_zone.filter_area.offset_y + prev_filter_zone.filter_area.height <= "
-             "filter_zone.filter_area.offset_y) || (prev_filter_zone.filter_area.offset_x + "
-             "prev_filter_zone.filter_area.width <= filter_zone.filter_area.offset_x)");
+        fail(
+            "(prev_filter_zone.filter_area.offset_y + prev_filter_zone.filter_area.height <= "
+            "filter_zone.filter_area.offset_y) || (prev_filter_zone.filter_area.offset_x + "
+            "prev_filter_zone.filter_area.width <= filter_zone.filter_area.offset_x)");
       }
     }
   }
@@ -220,8 +220,7 @@ std::string FilterInfo::GetTypeName() const {
 bool operator==(FilterInfo const& left, FilterInfo const& right) {
   return left.calibration_info == right.calibration_info &&
          left.filter_zones.size() == right.filter_zones.size() &&
-         std::equal(left.filter_zones.begin(), left.filter_zones.end(),
-                    right.filter_zones.begin());
+         std::equal(left.filter_zones.begin(), left.filter_zones.end(), right.filter_zones.begin());
 }
 
 }  // namespace kelto::hyperspectral

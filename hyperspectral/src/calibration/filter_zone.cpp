@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <stdexcept>
 
-
 namespace kelto::hyperspectral {
 
 using BandInfo = FilterZone::BandInfo;
@@ -325,9 +324,8 @@ void FilterZone::GetResponseMatrix(std::vector<double const*> rows,
 
 bool operator==(FilterZone const& left, FilterZone const& right) {
   return left.index == right.index && left.filter_area == right.filter_area &&
-         left.pattern_width == right.pattern_width &&
-         left.pattern_height == right.pattern_height && left.filter_width == right.filter_width &&
-         left.filter_height == right.filter_height &&
+         left.pattern_width == right.pattern_width && left.pattern_height == right.pattern_height &&
+         left.filter_width == right.filter_width && left.filter_height == right.filter_height &&
          left.spectral_range_start_nm == right.spectral_range_start_nm &&
          left.spectral_range_end_nm == right.spectral_range_end_nm && left.bands == right.bands;
 }
@@ -335,7 +333,9 @@ bool operator==(FilterZone const& left, FilterZone const& right) {
 // ---------------------------------------------------------------------------------------------
 // The arrangements
 
-void NoFilterZone::_ReadXML_vNA(ParsingResult&, _xmlNode* const&) { *this = NoFilterZone(); }
+void NoFilterZone::_ReadXML_vNA(ParsingResult&, _xmlNode* const&) {
+  *this = NoFilterZone();
+}
 
 void NoFilterZone::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
   _ReadXML_vNA(result, node);

@@ -4,7 +4,6 @@
 
 #include <kelto/common/version.h>
 
-
 namespace kelto::hyperspectral {
 
 using ParsingResult = common::XMLSerializableInterface::ParsingResult;
@@ -166,9 +165,8 @@ std::string SensorCalibration::GetTypeName() const {
 bool operator==(SensorCalibration const& left, SensorCalibration const& right) {
   return left.sensor_id == right.sensor_id && left.created == right.created &&
          left.modified == right.modified && left.software == right.software &&
-         left.software_version == right.software_version &&
-         left.sensor_info == right.sensor_info && left.filter_info == right.filter_info &&
-         left.system_info == right.system_info;
+         left.software_version == right.software_version && left.sensor_info == right.sensor_info &&
+         left.filter_info == right.filter_info && left.system_info == right.system_info;
 }
 
 }  // namespace kelto::hyperspectral

@@ -191,7 +191,9 @@ void SensorInfo::RunSanityChecks(ParsingResult& result) const {
   }
 }
 
-std::string SensorInfo::GetTypeName() const { return SensorTypes::ToString(sensor_type); }
+std::string SensorInfo::GetTypeName() const {
+  return SensorTypes::ToString(sensor_type);
+}
 
 bool operator==(SensorInfo const& left, SensorInfo const& right) {
   return left.sensor_type == right.sensor_type && left.width_px == right.width_px &&

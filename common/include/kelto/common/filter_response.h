@@ -1,5 +1,6 @@
-// One measured response of one band: the response curve, its wavelengths and the band's number.
-// The flat list of a calibration's filter responses is made of these.
+// One measured response of one band: the response curve, its wavelengths, the band's number and
+// the two strongest peaks found in it. The flat list of a calibration's filter responses, on
+// which a correction computation works, is made of these.
 #pragma once
 
 #include <vector>
@@ -21,9 +22,18 @@ class KELTO_COMMON_EXPORT FilterResponse {
   FilterResponse& operator=(FilterResponse&&) = default;
   virtual ~FilterResponse() = default;
 
+  // A peak's centre, width and height; all 0.0 where the band has no such peak.
+  struct Peak {
+    double wavelength_nm = 0.0;
+    double fwhm_nm = 0.0;
+    double quantum_efficiency = 0.0;
+  };
+
   std::vector<double> response;
   std::vector<double> wavelengths;
   unsigned long index = 0;  // the band's number
+  Peak first_peak;
+  Peak second_peak;
 };
 
 }  // namespace kelto::common

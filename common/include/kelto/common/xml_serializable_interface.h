@@ -158,8 +158,8 @@ class KELTO_COMMON_EXPORT XMLSerializableInterface {
   static bool _GetAttribute(bool& value, _xmlNode* const& node, std::string const& name,
                             bool const& default_value);
   // Integers separated by blanks or commas.
-  static bool _GetAttribute(std::vector<int>& value, _xmlNode* const& node,
-                            std::string const& name, std::vector<int> const& default_value);
+  static bool _GetAttribute(std::vector<int>& value, _xmlNode* const& node, std::string const& name,
+                            std::vector<int> const& default_value);
 
   // Comma-separated numbers (white space around them is ignored). Returns false at the first
   // field that is not a number, keeping the numbers before it.
@@ -180,8 +180,7 @@ class KELTO_COMMON_EXPORT XMLSerializableInterface {
   static void _SetAttribute(_xmlNode*& node, std::string const& name, int const& value);
   static void _SetAttribute(_xmlNode*& node, std::string const& name, unsigned long const& value);
   static void _SetAttribute(_xmlNode*& node, std::string const& name, bool const& value);
-  static void _SetAttribute(_xmlNode*& node, std::string const& name,
-                            std::vector<int> const& value,
+  static void _SetAttribute(_xmlNode*& node, std::string const& name, std::vector<int> const& value,
                             eVectorSerializationMethod const& method);
 
   // Scalars as the text of a child element; doubles with 17 significant digits, so that they
@@ -194,9 +193,8 @@ class KELTO_COMMON_EXPORT XMLSerializableInterface {
   static void _SetValue(_xmlNode*& node, std::string const& name, unsigned long const& value);
   static void _SetValue(_xmlNode*& node, std::string const& name, bool const& value);
   // A vector with the given number of significant digits per value.
-  static void _SetValue(_xmlNode*& node, std::string const& name,
-                        std::vector<double> const& value, eVectorSerializationMethod const& method,
-                        int const& precision);
+  static void _SetValue(_xmlNode*& node, std::string const& name, std::vector<double> const& value,
+                        eVectorSerializationMethod const& method, int const& precision);
 
   // Adds an empty child element, the container of a list, and hands it back.
   static void _PutChild(_xmlNode*& child, _xmlNode* const& parent, std::string const& name);

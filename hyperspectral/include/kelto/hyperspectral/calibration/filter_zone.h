@@ -115,8 +115,7 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInte
   // lay the responses out as rows of the length of the first band's response, into the copies.
   static void GetResponseMatrix(std::vector<double> values, std::vector<double*> rows,
                                 std::deque<BandInfo> const& bands);
-  static void GetResponseMatrix(std::vector<double const*> rows,
-                                std::deque<BandInfo> const& bands);
+  static void GetResponseMatrix(std::vector<double const*> rows, std::deque<BandInfo> const& bands);
 
   unsigned long index = 0;
   common::RegionOfInterest filter_area;

@@ -17,7 +17,12 @@ class KELTO_HYPERSPECTRAL_EXPORT SensorInfo : public common::XMLSerializableInte
   // The gain modes of a TEM480 chip, as stored in "gain_mode".
   class KELTO_HYPERSPECTRAL_EXPORT TEM480_GainModes {
    public:
-    enum eTEM480_GainModes : std::int32_t { GM_UNKNOWN = -1, GM_LOW = 0, GM_MEDIUM = 1, GM_HIGH = 2 };
+    enum eTEM480_GainModes : std::int32_t {
+      GM_UNKNOWN = -1,
+      GM_LOW = 0,
+      GM_MEDIUM = 1,
+      GM_HIGH = 2
+    };
 
     // A value that is not a mode gives "unknown".
     static std::string ToString(eTEM480_GainModes const& mode);
@@ -41,11 +46,11 @@ class KELTO_HYPERSPECTRAL_EXPORT SensorInfo : public common::XMLSerializableInte
   int height_px = 0;
   double pixel_pitch_um = 0.0;
   int bit_depth = 0;
-  double analog_gain = 0.0;        // VKR9 only
-  double digital_gain = 0.0;       // VKR9 only
-  int full_well_capacity_e = 0;    // VKR9 only
-  double overall_gain = 0.0;       // digital numbers per electron
-  std::string gain_mode;           // TEM480 only: a text of TEM480_GainModes
+  double analog_gain = 0.0;      // VKR9 only
+  double digital_gain = 0.0;     // VKR9 only
+  int full_well_capacity_e = 0;  // VKR9 only
+  double overall_gain = 0.0;     // digital numbers per electron
+  std::string gain_mode;         // TEM480 only: a text of TEM480_GainModes
 
  protected:
   virtual void _ReadXML_vNA(ParsingResult& result, _xmlNode* const& node);
