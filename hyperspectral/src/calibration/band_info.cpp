@@ -1,5 +1,7 @@
 #include <kelto/hyperspectral/calibration/filter_zone.h>
 
+#include "read_by_version.h"
+
 namespace kelto::hyperspectral {
 
 using BandInfo = FilterZone::BandInfo;
@@ -13,18 +15,9 @@ using Event = ParsingResult::Event;
 void PeakInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  const int version = _GetVersion(node);
-  if (version >= 2) {
-    _ReadXML_v2(result, node);
-  } else if (version == 1) {
-    _ReadXML_v1(result, node);
-  } else if (version == 0) {
-    _ReadXML_v0(result, node);
-  } else if (version == -1) {
-    result << Event(ParsingResult::Error, Event::MissingVersion, tag);
-  } else {
-    result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
-  }
+  ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                {&PeakInfo::_ReadXML_v0, &PeakInfo::_ReadXML_v1, &PeakInfo::_ReadXML_v2},
+                NewerVersion::kReadByNewest, Unversioned::kMissingVersionError);
 }
 
 void PeakInfo::WriteXML(_xmlNode*& node) const {
@@ -101,31 +94,10 @@ bool operator==(PeakInfo const& left, PeakInfo const& right) {
 void BandInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  const int version = _GetVersion(node);
-  switch (version) {
-    case 3:
-      _ReadXML_v3(result, node);
-      break;
-    case 2:
-      _ReadXML_v2(result, node);
-      break;
-    case 1:
-      _ReadXML_v1(result, node);
-      break;
-    case 0:
-      _ReadXML_v0(result, node);
-      break;
-    case -1:
-      result << Event(ParsingResult::Error, Event::MissingVersion, tag);
-      break;
-    default:
-      if (version >= 4) {
-        _ReadXML_v4(result, node);
-      } else {
-        result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
-      }
-      break;
-  }
+  ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                {&BandInfo::_ReadXML_v0, &BandInfo::_ReadXML_v1, &BandInfo::_ReadXML_v2,
+                 &BandInfo::_ReadXML_v3, &BandInfo::_ReadXML_v4},
+                NewerVersion::kReadByNewest, Unversioned::kMissingVersionError);
 }
 
 void BandInfo::WriteXML(_xmlNode*& node) const {

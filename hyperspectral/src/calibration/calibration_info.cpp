@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "read_by_version.h"
+
 namespace kelto::hyperspectral {
 
 using ParsingResult = CalibrationInfo::ParsingResult;
@@ -10,34 +12,11 @@ using Event = ParsingResult::Event;
 void CalibrationInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  const int version = _GetVersion(node);
-  switch (version) {
-    case 0:
-      _ReadXML_v0(result, node);
-      break;
-    case 1:
-      _ReadXML_v1(result, node);
-      break;
-    case 2:
-      _ReadXML_v2(result, node);
-      break;
-    case 3:
-      _ReadXML_v3(result, node);
-      break;
-    case 4:
-      _ReadXML_v4(result, node);
-      break;
-    case -1:
-      result << Event(ParsingResult::Error, Event::MissingVersion, tag);
-      break;
-    default:
-      if (version > 4) {
-        _ReadXML_v5(result, node);
-      } else {
-        result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
-      }
-      break;
-  }
+  ReadByVersion(
+      *this, result, node, tag, _GetVersion(node),
+      {&CalibrationInfo::_ReadXML_v0, &CalibrationInfo::_ReadXML_v1, &CalibrationInfo::_ReadXML_v2,
+       &CalibrationInfo::_ReadXML_v3, &CalibrationInfo::_ReadXML_v4, &CalibrationInfo::_ReadXML_v5},
+      NewerVersion::kReadByNewest, Unversioned::kMissingVersionError);
 }
 
 void CalibrationInfo::WriteXML(_xmlNode*& node) const {

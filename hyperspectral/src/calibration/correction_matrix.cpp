@@ -5,6 +5,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "read_by_version.h"
+
 namespace kelto::hyperspectral {
 
 using ParsingResult = CorrectionMatrix::ParsingResult;
@@ -53,18 +55,9 @@ bool ParseAlgorithmVersion(const std::string& text,
 void VirtualBand::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  const int version = _GetVersion(node);
-  if (version > 1) {
-    _ReadXML_v2(result, node);
-  } else if (version == 1) {
-    _ReadXML_v1(result, node);
-  } else if (version == 0) {
-    _ReadXML_v0(result, node);
-  } else if (version == -1) {
-    result << Event(ParsingResult::Error, Event::MissingVersion, tag);
-  } else {
-    result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
-  }
+  ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                {&VirtualBand::_ReadXML_v0, &VirtualBand::_ReadXML_v1, &VirtualBand::_ReadXML_v2},
+                NewerVersion::kReadByNewest, Unversioned::kMissingVersionError);
 }
 
 void VirtualBand::WriteXML(_xmlNode*& node) const {
@@ -118,37 +111,12 @@ bool operator==(VirtualBand const& left, VirtualBand const& right) {
 void CorrectionMatrix::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  const int version = _GetVersion(node);
-  switch (version) {
-    case 0:
-      _ReadXML_v0(result, node);
-      break;
-    case 1:
-      _ReadXML_v1(result, node);
-      break;
-    case 2:
-      _ReadXML_v2(result, node);
-      break;
-    case 3:
-      _ReadXML_v3(result, node);
-      break;
-    case 4:
-      _ReadXML_v4(result, node);
-      break;
-    case 5:
-      _ReadXML_v5(result, node);
-      break;
-    case -1:
-      result << Event(ParsingResult::Error, Event::MissingVersion, tag);
-      break;
-    default:
-      if (version > 5) {
-        _ReadXML_v6(result, node);
-      } else {
-        result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
-      }
-      break;
-  }
+  ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                {&CorrectionMatrix::_ReadXML_v0, &CorrectionMatrix::_ReadXML_v1,
+                 &CorrectionMatrix::_ReadXML_v2, &CorrectionMatrix::_ReadXML_v3,
+                 &CorrectionMatrix::_ReadXML_v4, &CorrectionMatrix::_ReadXML_v5,
+                 &CorrectionMatrix::_ReadXML_v6},
+                NewerVersion::kReadByNewest, Unversioned::kMissingVersionError);
 }
 
 void CorrectionMatrix::WriteXML(_xmlNode*& node) const {

@@ -4,6 +4,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "read_by_version.h"
+
 namespace kelto::hyperspectral {
 
 using ParsingResult = common::XMLSerializableInterface::ParsingResult;
@@ -39,16 +41,9 @@ auto& BandOf(Zones& zones, unsigned long const& index) {
 void FilterInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  const int version = _GetVersion(node);
-  if (version >= 1) {
-    _ReadXML_v1(result, node);
-  } else if (version == 0) {
-    _ReadXML_v0(result, node);
-  } else if (version == -1) {
-    _ReadXML_vNA(result, node);
-  } else {
-    result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
-  }
+  ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                {&FilterInfo::_ReadXML_v0, &FilterInfo::_ReadXML_v1}, NewerVersion::kReadByNewest,
+                Unversioned::kReadSilently, &FilterInfo::_ReadXML_vNA);
   RunSanityChecks(result);
 }
 

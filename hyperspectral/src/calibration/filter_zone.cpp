@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "read_by_version.h"
+
 namespace kelto::hyperspectral {
 
 using BandInfo = FilterZone::BandInfo;
@@ -107,29 +109,10 @@ unsigned long FilterZone::GetPixelStepY() const {
 void FilterZone::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  const int version = _GetVersion(node);
-  switch (version) {
-    case 2:
-      _ReadXML_v2(result, node);
-      break;
-    case 1:
-      _ReadXML_v1(result, node);
-      break;
-    case 0:
-      _ReadXML_v0(result, node);
-      break;
-    case -1:
-      result << Event(ParsingResult::Warning, Event::MissingVersion, tag);
-      _ReadXML_vNA(result, node);
-      break;
-    default:
-      if (version >= 3) {
-        _ReadXML_v3(result, node);
-      } else {
-        result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
-      }
-      break;
-  }
+  ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                {&FilterZone::_ReadXML_v0, &FilterZone::_ReadXML_v1, &FilterZone::_ReadXML_v2,
+                 &FilterZone::_ReadXML_v3},
+                NewerVersion::kReadByNewest, Unversioned::kWarnAndRead, &FilterZone::_ReadXML_vNA);
 }
 
 void FilterZone::WriteXML(_xmlNode*& node) const {

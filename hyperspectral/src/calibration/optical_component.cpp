@@ -5,6 +5,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "read_by_version.h"
+
 namespace kelto::hyperspectral {
 
 using ParsingResult = OpticalComponent::ParsingResult;
@@ -17,20 +19,12 @@ const std::string kDefaultDate = "1900-01-01";
 }  // namespace
 
 void OpticalComponent::ReadXML(ParsingResult& result, _xmlNode* const& node) {
-  const std::string tag_name = _GetTagName(node);
-  result << Event(ParsingResult::Ok, Event::ReadStart, tag_name);
-  const int version = _GetVersion(node);
-  if (version > 1) {
-    _ReadXML_v2(result, node);
-  } else if (version == 1) {
-    _ReadXML_v1(result, node);
-  } else if (version == 0) {
-    _ReadXML_v0(result, node);
-  } else if (version == -1) {
-    result << Event(ParsingResult::Error, Event::MissingVersion, tag_name);
-  } else {
-    result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag_name);
-  }
+  const std::string tag = _GetTagName(node);
+  result << Event(ParsingResult::Ok, Event::ReadStart, tag);
+  ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                {&OpticalComponent::_ReadXML_v0, &OpticalComponent::_ReadXML_v1,
+                 &OpticalComponent::_ReadXML_v2},
+                NewerVersion::kReadByNewest, Unversioned::kMissingVersionError);
 }
 
 void OpticalComponent::WriteXML(_xmlNode*& node) const {

@@ -4,6 +4,8 @@
 
 #include <kelto/common/version.h>
 
+#include "read_by_version.h"
+
 namespace kelto::hyperspectral {
 
 using ParsingResult = common::XMLSerializableInterface::ParsingResult;
@@ -24,29 +26,11 @@ SensorCalibration::SensorCalibration()
 void SensorCalibration::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  const int version = _GetVersion(node);
-  switch (version) {
-    case 2:
-      _ReadXML_v2(result, node);
-      break;
-    case 1:
-      _ReadXML_v1(result, node);
-      break;
-    case 0:
-      _ReadXML_v0(result, node);
-      break;
-    case -1:
-      result << Event(ParsingResult::Warning, Event::MissingVersion, tag);
-      _ReadXML_vNA(result, node);
-      break;
-    default:
-      if (version >= 3) {
-        _ReadXML_v3(result, node);
-      } else {
-        result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
-      }
-      break;
-  }
+  ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                {&SensorCalibration::_ReadXML_v0, &SensorCalibration::_ReadXML_v1,
+                 &SensorCalibration::_ReadXML_v2, &SensorCalibration::_ReadXML_v3},
+                NewerVersion::kReadByNewest, Unversioned::kWarnAndRead,
+                &SensorCalibration::_ReadXML_vNA);
   RunSanityChecks(result);
 }
 

@@ -4,6 +4,8 @@
 
 #include <kelto/hyperspectral/foundation/translator.h>
 
+#include "read_by_version.h"
+
 namespace kelto::hyperspectral {
 
 using common::SensorTypes;
@@ -55,24 +57,9 @@ void SensorInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
     result << Event(ParsingResult::Error, Event::SanityCheck,
                     "The .xml file is not of type SensorInfo");
   }
-  switch (_GetVersion(node)) {
-    case 0:
-      _ReadXML_v0(result, node);
-      break;
-    case 1:
-      _ReadXML_v1(result, node);
-      break;
-    case 2:
-      _ReadXML_v2(result, node);
-      break;
-    case -1:
-      result << Event(ParsingResult::Warning, Event::MissingVersion, tag);
-      _ReadXML_vNA(result, node);
-      break;
-    default:
-      result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
-      break;
-  }
+  ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                {&SensorInfo::_ReadXML_v0, &SensorInfo::_ReadXML_v1, &SensorInfo::_ReadXML_v2},
+                NewerVersion::kRefuse, Unversioned::kWarnAndRead, &SensorInfo::_ReadXML_vNA);
   RunSanityChecks(result);
 }
 

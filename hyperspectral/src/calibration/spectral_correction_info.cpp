@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "read_by_version.h"
+
 namespace kelto::hyperspectral {
 
 using ParsingResult = SpectralCorrectionInfo::ParsingResult;
@@ -11,14 +13,8 @@ using Event = ParsingResult::Event;
 void SpectralCorrectionInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  const int version = _GetVersion(node);
-  if (version >= 0) {
-    _ReadXML_v0(result, node);
-  } else if (version == -1) {
-    result << Event(ParsingResult::Error, Event::MissingVersion, tag);
-  } else {
-    result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
-  }
+  ReadByVersion(*this, result, node, tag, _GetVersion(node), {&SpectralCorrectionInfo::_ReadXML_v0},
+                NewerVersion::kReadByNewest, Unversioned::kMissingVersionError);
 }
 
 void SpectralCorrectionInfo::WriteXML(_xmlNode*& node) const {

@@ -1,5 +1,7 @@
 #include <kelto/hyperspectral/calibration/system_info.h>
 
+#include "read_by_version.h"
+
 namespace kelto::hyperspectral {
 
 using ParsingResult = SystemInfo::ParsingResult;
@@ -8,11 +10,8 @@ using Event = ParsingResult::Event;
 void SystemInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  if (_GetVersion(node) < 0) {
-    result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
-    return;
-  }
-  _ReadXML_v0(result, node);
+  ReadByVersion(*this, result, node, tag, _GetVersion(node), {&SystemInfo::_ReadXML_v0},
+                NewerVersion::kReadByNewest, Unversioned::kUnsupportedError);
 }
 
 void SystemInfo::WriteXML(_xmlNode*& node) const {
