@@ -2,6 +2,7 @@
 #   make demo   installs what is missing, builds, and runs kelto-hsi on the bundled sample data
 #   make test   installs what is missing, builds, and runs every test under ctest
 
+MAKEFLAGS  += --no-print-directory
 BUILD_DIR  ?= build
 BUILD_TYPE ?= RelWithDebInfo
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)

@@ -29,11 +29,21 @@ class RootProbe : public XMLSerializableInterface {
   std::string root;
 };
 
-void PrintEvents(const ParsingResult& result, std::ostream& out) {
+// Every event, or (for the detailed view of large records) the number of records read and the
+// events that tell of a problem.
+void PrintEvents(const ParsingResult& result, std::ostream& out, bool problems_only) {
+  std::size_t records = 0;
   out << "events:\n";
   for (const Event& event : result.events()) {
+    records += event.source == Event::ReadStart ? 1 : 0;
+    if (problems_only && event.state == ParsingResult::Ok) {
+      continue;
+    }
     out << "  " << std::left << std::setw(8) << Event::ToString(event.state) << std::setw(19)
         << Event::ToString(event.source) << event.detail << '\n';
+  }
+  if (problems_only) {
+    out << "  (" << records << " records read; only problems are listed)\n";
   }
   out << "state: " << Event::ToString(result.state()) << '\n';
 }
@@ -63,7 +73,7 @@ int Check(const std::string& file, bool detailed) {
   std::cout << "file:          " << file << '\n'
             << "record:        " << kind->root << " (" << kind->class_name << ")\n";
   kind->summarise(*record, std::cout, detailed);
-  PrintEvents(result, std::cout);
+  PrintEvents(result, std::cout, detailed);
   switch (result.state()) {
     case ParsingResult::Ok:
       return kOk;
@@ -97,7 +107,8 @@ int main(int argc, char** argv) {
   CLI::App* info = app.add_subcommand(
       "info",
       "Like check, with every band (index, selection, peaks as wavelength/FWHM/order) and every "
-      "correction matrix with its virtual bands listed.\nExit status as for check.");
+      "correction matrix with its virtual bands listed, and only the events that tell of a "
+      "problem.\nExit status as for check.");
   info->add_option("FILE", file, "the record file, e.g. a sensor_calibration")->required();
 
   CLI11_PARSE(app, argc, argv);

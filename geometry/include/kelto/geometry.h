@@ -4,7 +4,12 @@
 #include <string>
 
 #include <kelto/datatypes.h>
+#include <kelto/geometry/abstract_shape.h>
+#include <kelto/geometry/circle_shape.h>
 #include <kelto/geometry/export.h>
+#include <kelto/geometry/polygon_shape.h>
+#include <kelto/geometry/rectangle_shape.h>
+#include <kelto/geometry/shape_to_run_length_encoding_visitor.h>
 
 namespace kelto::geometry {
 
