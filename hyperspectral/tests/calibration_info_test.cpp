@@ -83,6 +83,13 @@ TEST(CalibrationInfoGrid, RangeRunningBackwardsHasNoGrid) {
   }
 }
 
+TEST(CalibrationInfoGrid, RangeJustBelowHalfAStepIsAnEmptyGridWithoutEvent) {
+  CalibrationInfo grid;
+  const auto result = Read(grid, Range(1, "wavelength", "400", "398.2", "1"));  // count -0.3
+  EXPECT_EQ(Events(result), (EventList{{kOk, kReadStart, "calibration_info"}}));
+  EXPECT_TRUE(grid.sample_points_nm.empty());
+}
+
 TEST(CalibrationInfoGrid, AbsurdCountIsRefusedWithoutAllocating) {
   CalibrationInfo grid;
   const auto result = Read(grid, Range(1, "wavelength", "0", "1e12", "1e-6"));
@@ -159,7 +166,7 @@ TEST(CalibrationInfoVersions, VectorClaimingMoreThanItHoldsIsAnEvent) {
                                                "nr_elements=\"") +
                                        count + "\" values=\"500 510 520\"/></calibration_info>");
     EXPECT_EQ(Events(result), (EventList{{kOk, kReadStart, "calibration_info"},
-                                         {kError, kMissingValue, "sample_points_nm"}}))
+                                         {kError, kMissingElement, "sample_points_nm"}}))
         << count;
     EXPECT_LE(grid.sample_points_nm.size(), 3u);
   }

@@ -162,7 +162,7 @@ TEST(BandInfo, ResponseClaimingMoreValuesThanItHoldsIsAnEvent) {
   const auto result = Read(band, R"(<band version="4" index="1"><peaks/>
       <response nr_elements="4000000000" values="0.1 0.2"/></band>)");
   EXPECT_EQ(Events(result),
-            (EventList{{kOk, kReadStart, "band"}, {kError, kMissingValue, "response"}}));
+            (EventList{{kOk, kReadStart, "band"}, {kError, kMissingElement, "response"}}));
   EXPECT_LE(band.response.size(), 2u);
 }
 

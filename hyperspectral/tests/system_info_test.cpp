@@ -71,8 +71,9 @@ TEST(SystemInfoWriting, ComponentsComeBeforeTheCorrectionBlock) {
   EXPECT_LT(components, block);
 }
 
-TEST(SystemInfoReading, MissingCorrectionBlockIsOnlyAWarningAndEmptiesIt) {
+TEST(SystemInfoReading, MissingCorrectionBlockIsOnlyAWarningAndKeepsWhatItHeld) {
   SystemInfo system = Sample();
+  const SpectralCorrectionInfo held = system.spectral_correction_info;
   const auto result = Read(system, "<system_info version=\"0\">" + kComponents + "</system_info>");
   EXPECT_EQ(Events(result), (EventList{{kOk, kReadStart, "system_info"},
                                        {kOk, kReadStart, "optical_component"},
@@ -80,7 +81,11 @@ TEST(SystemInfoReading, MissingCorrectionBlockIsOnlyAWarningAndEmptiesIt) {
   EXPECT_EQ(result.state(), kWarning);
   ASSERT_EQ(system.optical_components.size(), 1u);
   EXPECT_EQ(system.optical_components[0].GetFriendlyName(), "source: Halogen (Lumen)");
-  EXPECT_TRUE(system.spectral_correction_info == SpectralCorrectionInfo());
+  EXPECT_TRUE(system.spectral_correction_info == held);
+
+  SystemInfo fresh;
+  Read(fresh, "<system_info version=\"0\">" + kComponents + "</system_info>");
+  EXPECT_TRUE(fresh.spectral_correction_info.correction_matrices.empty());
 }
 
 TEST(SystemInfoReading, MissingComponentListIsAnError) {

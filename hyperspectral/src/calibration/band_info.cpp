@@ -136,10 +136,7 @@ void BandInfo::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) {
     result << Event(ParsingResult::Error, Event::MissingElement, "peaks");
   }
   if (!_GetValue(response, node, "response", 0.0)) {
-    _xmlNode* element = nullptr;
-    const bool present = _GetElement(element, node, "response", 0);
-    result << Event(ParsingResult::Error, present ? Event::MissingValue : Event::MissingElement,
-                    "response");
+    result << Event(ParsingResult::Error, Event::MissingElement, "response");
   }
   _GetAttribute(selected, node, "selected", false);
 }

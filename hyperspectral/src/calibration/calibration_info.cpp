@@ -85,12 +85,8 @@ void CalibrationInfo::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) 
 }
 
 void CalibrationInfo::_ReadXML_v4(ParsingResult& result, _xmlNode* const& node) {
-  _xmlNode* element = nullptr;
-  if (!_GetElement(element, node, "sample_points_nm", 0)) {
-    sample_points_nm.clear();
+  if (!_GetValue(sample_points_nm, node, "sample_points_nm", 0.0)) {
     result << Event(ParsingResult::Error, Event::MissingElement, "sample_points_nm");
-  } else if (!_GetValue(sample_points_nm, node, "sample_points_nm", 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingValue, "sample_points_nm");
   }
 }
 
@@ -106,7 +102,8 @@ bool CalibrationInfo::_CalculateSamplePoints(double start, double end, double st
   sample_points_nm.clear();
   // The rounded number of steps plus one: half a step is enough to add a point.
   const double count = (end - start) / step + 1.5;
-  if (!(count >= 0.0) || count >= static_cast<double>(kMaxSamplePoints) + 1.0) {
+  // Truncation of a count in (-1, 0) is 0 points; at -1 and below it is undefined.
+  if (!(count > -1.0) || count >= static_cast<double>(kMaxSamplePoints) + 1.0) {
     return false;
   }
   const auto n = static_cast<unsigned long>(count);

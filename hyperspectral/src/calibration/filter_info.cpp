@@ -1,5 +1,7 @@
 #include <kelto/hyperspectral/calibration/filter_info.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <sstream>
 #include <stdexcept>

@@ -16,13 +16,19 @@ namespace {
 constexpr double kDefaultSpectralStart = 400.0;
 constexpr double kDefaultSpectralEnd = 1000.0;
 
+// A size of the area in whole pixels. Truncating a negative, NaN or huge size is undefined; such
+// an area fails its own checks and counts as 0 here.
+std::size_t WholePixels(double size) {
+  return size >= 0.0 && size < 1.8446744073709552e19 ? static_cast<std::size_t>(size) : 0;
+}
+
 // The band step of one direction: 0 without a neighbour, else the area's size (truncated) over
 // the number of bands that share it.
 unsigned long AreaStep(double size, unsigned long pattern) {
   if (pattern == 0) {
     throw std::logic_error("band step of a zone with a zero pattern size");
   }
-  return pattern == 1 ? 0 : static_cast<unsigned long>(size) / pattern;
+  return pattern == 1 ? 0 : WholePixels(size) / pattern;
 }
 
 }  // namespace
@@ -227,15 +233,10 @@ void FilterZone::RunSanityChecks(ParsingResult& result) const {
   check(0 < pattern_width, "0 < pattern_width");
   check(0 < filter_height, "0 < filter_height");
   check(0 < filter_width, "0 < filter_width");
-  // Truncation as size_t of a negative or huge size is undefined; such an area already failed
-  // its own checks, and counts as 0 here.
-  const auto whole = [](double size) {
-    return size >= 0.0 && size < 1.8e19 ? static_cast<std::size_t>(size) : std::size_t{0};
-  };
   // A product that overflows can't divide the area evenly; it must not reach the division.
-  const auto divides = [&whole](double size, unsigned long pattern, unsigned long filter) {
+  const auto divides = [](double size, unsigned long pattern, unsigned long filter) {
     unsigned long cell = 0;
-    return !__builtin_mul_overflow(pattern, filter, &cell) && 0 == whole(size) % cell;
+    return !__builtin_mul_overflow(pattern, filter, &cell) && 0 == WholePixels(size) % cell;
   };
   if (pattern_height != 0 && filter_height != 0) {
     check(divides(filter_area.height, pattern_height, filter_height),
@@ -277,6 +278,11 @@ bool FilterZone::_ComparePaternPositionIndex(BandInfo const& first, BandInfo con
 }
 
 bool FilterZone::_CompareWavelength(BandInfo const& first, BandInfo const& second) {
+  // Bands without a peak belong removed first (RetainWithPeaksOnly); if one slips through it
+  // sorts before all others instead of reading a peak that is not there.
+  if (first.peaks.empty() || second.peaks.empty()) {
+    return first.peaks.empty() && !second.peaks.empty();
+  }
   return first.peaks.front().wavelength_nm < second.peaks.front().wavelength_nm;
 }
 

@@ -33,10 +33,9 @@ void SystemInfo::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
       optical_components.back().ReadXML(result, item);
     }
   }
-  // Files from before the correction block existed stay valid, with an empty block.
+  // Files from before the correction block existed stay valid; the block keeps what it held.
   if (!_GetElement(element, node, "spectral_correction_info", 0)) {
     result << Event(ParsingResult::Warning, Event::MissingElement, "spectral_correction_info");
-    spectral_correction_info = SpectralCorrectionInfo();
   } else {
     spectral_correction_info.ReadXML(result, element);
   }
