@@ -1,0 +1,168 @@
+// The spectral inversion: for each wanted virtual filter, the coefficients with which the
+// measured bands must be combined so that their responses come closest to that filter, by
+// Tikhonov regularised least squares. PM_SensorResponseAnalysis owns one and drives it once per
+// correction matrix; one row of coefficients per virtual filter gives the matrix.
+#pragma once
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include <kelto/common/path.h>
+#include <kelto/common/processing_module.h>
+#include <kelto/datatypes/matrix.h>
+#include <kelto/datatypes/vector.h>
+#include <kelto/hyperspectral/correction/correction_function.h>
+#include <kelto/hyperspectral/export.h>
+#include <kelto/hyperspectral/foundation/enumerations.h>
+
+namespace kelto::hyperspectral {
+
+// With F the responses (one row per band, one column per wavelength sample), v a virtual filter
+// on the same samples and alpha the regularisation parameter, the coefficients are
+//
+//   x = (F Ft + alpha^2 I)^-1 F v,
+//
+// which minimise |Ft x - v|^2 + alpha^2 |x|^2. alpha enters squared, so its sign does not matter,
+// and it is not scaled with F.
+//
+// A computation is SetParameters, Initialize with the responses, one ComputeCorrectionMatrix,
+// Deallocate. The public computations hold the module's lock for their whole length, as the
+// function they work on changes with each filter.
+class KELTO_HYPERSPECTRAL_EXPORT PM_SpectralCorrectionComputation
+    : public common::ProcessingModule {
+ public:
+  class KELTO_HYPERSPECTRAL_EXPORT Parameters : public common::ProcessingModule::Parameters {
+   public:
+    Parameters() = default;
+    ~Parameters() override;
+
+    // Configuration.
+    bool debug_dump = false;
+    common::filesystem::Path debug_dump_dir = "./debug_dump/";
+    // Runtime. Both algorithms run the Tikhonov form: Vardell and the two variation bounds,
+    // which only a bounded optimiser would read, are accepted, kept and given back.
+    InversionOptimizationAlgorithms::eInversionOptimizationAlgorithms inversion_algorithm =
+        InversionOptimizationAlgorithms::IOA_TIKHONOV;
+    double upper_variation = 0.8;
+    double lower_variation = 0.8;
+    double tikhonov_alpha = 0.01;
+    // Width of the Gaussian with which ComputeCorrectionMatrix smooths across virtual filters;
+    // 0.0 leaves the rows as the inversion gave them.
+    double smoothing_fwhm_nm = 7.5;
+  };
+
+  class KELTO_HYPERSPECTRAL_EXPORT InitializationData
+      : public common::ProcessingModule::InitializationData {
+   public:
+    InitializationData() = default;
+    ~InitializationData() override;
+
+    // F: one row per selected band, one column per wavelength sample.
+    datatypes::Matrix<double> responses;
+    // Of each sample, rising, nanometres.
+    datatypes::ColumnVector<double> wavelengths;
+    // One per selected band; kept, read by nothing here.
+    datatypes::ColumnVector<double> energies;
+    // Transmission of the optics, one value per wavelength or more; the filters built from peaks
+    // are seen through it.
+    datatypes::ColumnVector<double> optical_response;
+  };
+
+  // One wanted virtual filter. Only wavelength, fwhm and shape are read here; band selection and
+  // post-processing carry the rest along.
+  struct PeakInfo {
+    double wavelength = 0.0;  // centre, nm
+    double fwhm = 0.0;        // nm
+    unsigned long row = 0;    // place of the band among the selected bands
+    Distributions::eDistribution shape = Distributions::DB_NONE;
+    double contribution = 0.0;
+    double fit_error = 0.0;
+    unsigned long band = 0;  // band number
+  };
+
+  // Orders by wavelength, rising.
+  struct PeakWavelengthComparator {
+    bool operator()(const PeakInfo& left, const PeakInfo& right) const {
+      return left.wavelength < right.wavelength;
+    }
+  };
+
+  explicit PM_SpectralCorrectionComputation(const Parameters& parameters);
+  ~PM_SpectralCorrectionComputation() override;
+
+  // The coefficients, one per band, for a ready-made filter with one value per wavelength
+  // (std::invalid_argument otherwise). A row view of the right size stays a view and receives the
+  // values; anything else gets an owned array of the band count.
+  void ComputeCorrectionCoefficients(datatypes::RowVector<double>& coefficients,
+                                     const datatypes::ColumnVector<double>& virtual_filter,
+                                     const PeakInfo& peak);
+  // The same for the filter of peak's shape, centre and width as the optics pass it, normalised
+  // to unit sum. Shape 1 is a Gaussian, 3 a single-order Fabry-Perot peak, any other a Lorentzian.
+  void ComputeCorrectionCoefficients(datatypes::RowVector<double>& coefficients,
+                                     const PeakInfo& peak);
+  // One row per peak, then smoothed across rows by a Gaussian of smoothing_fwhm_nm in the
+  // peaks' wavelengths.
+  void ComputeCorrectionMatrix(datatypes::Matrix<double>& matrix,
+                               const std::vector<PeakInfo>& peaks);
+
+  // Per band of the responses: the sample index and value of its highest response, the earliest
+  // on a tie, (0, 0.0) for a band without a positive value.
+  const std::vector<std::pair<unsigned long, double>>& GetResponseMaxima() const {
+    return response_maxima_;
+  }
+
+ protected:
+  void _GetParameters(common::ParameterizedObject::Parameters& parameters) const override;
+  void _CheckParameters(common::ParameterizedObject::Parameters const& parameters) const override;
+  void _SetConfigurationParameters(
+      common::ParameterizedObject::Parameters const& parameters) override;
+  void _SetRuntimeParameters(common::ParameterizedObject::Parameters const& parameters) override;
+  void _Initialize(common::ProcessingModule::InitializationData const& data) override;
+  void _Deallocate() override;
+  void _Reset() override;
+
+  // The response at a wavelength, between samples by a cubic through the two neighbouring ones,
+  // the end values beyond the grid. response has one value per wavelength.
+  double _GetResponse(const datatypes::ColumnVector<double>& response,
+                      const double& wavelength) const;
+
+ private:
+  void _SetupParameterContainer();
+
+  void _ComputeCorrectionCoefficients(datatypes::RowVector<double>& coefficients,
+                                      const datatypes::ColumnVector<double>& virtual_filter,
+                                      const PeakInfo& peak);
+  void _ComputeCorrectionCoefficients(datatypes::RowVector<double>& coefficients,
+                                      const PeakInfo& peak);
+  void _ComputeCorrectionCoefficients_Tikhonov(
+      datatypes::RowVector<double>& coefficients,
+      const datatypes::ColumnVector<double>& virtual_filter, const PeakInfo& peak);
+  void _ComputeCorrectionMatrix(datatypes::Matrix<double>& matrix,
+                                const std::vector<PeakInfo>& peaks);
+  void _FilterCorrectionMatrix(datatypes::Matrix<double>& matrix,
+                               const std::vector<PeakInfo>& peaks) const;
+
+  // (F Ft + alpha^2 I)^-1 of the present function.
+  datatypes::Matrix<double> _TikhonovInverse() const;
+  // The function of the present computation; std::logic_error outside Initialize and Deallocate.
+  CorrectionFunction& _GetFunction() const;
+
+  bool debug_dump_ = false;
+  common::filesystem::Path debug_dump_dir_;
+  InversionOptimizationAlgorithms::eInversionOptimizationAlgorithms inversion_algorithm_ =
+      InversionOptimizationAlgorithms::IOA_UNKNOWN;
+  double upper_variation_ = 0.0;
+  double lower_variation_ = 0.0;
+  double tikhonov_alpha_ = 0.0;
+  double smoothing_fwhm_nm_ = 0.0;
+
+  // Only between Initialize and Deallocate.
+  std::unique_ptr<CorrectionFunction> function_;
+  datatypes::ColumnVector<double> wavelengths_;
+  datatypes::ColumnVector<double> energies_;
+  datatypes::ColumnVector<double> optical_response_;
+  std::vector<std::pair<unsigned long, double>> response_maxima_;
+};
+
+}  // namespace kelto::hyperspectral

@@ -1,0 +1,333 @@
+#include <kelto/hyperspectral/correction/pm_spectral_correction_computation.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+#include <unordered_map>
+
+#include <boost/thread/lock_types.hpp>
+
+#include <kelto/common/logger.h>
+#include <kelto/common/strings.h>
+#include <kelto/common/three_parameters_function.h>
+#include <kelto/hyperspectral/correction/spline_interpolation.h>
+
+namespace kelto::hyperspectral {
+
+namespace {
+
+using common::Logger;
+using common::ParameterizedObject;
+using common::filesystem::Path;
+using datatypes::ColumnVector;
+using datatypes::Matrix;
+using datatypes::RowVector;
+using eAlgorithm = InversionOptimizationAlgorithms::eInversionOptimizationAlgorithms;
+using Lock = boost::unique_lock<boost::mutex>;
+
+constexpr unsigned long kCsvPrecision = 6;
+
+template <typename Exception>
+[[noreturn]] void Fail(const std::string& text) {
+  Logger::StaticError(text.c_str());
+  throw Exception(text);
+}
+
+std::unique_ptr<common::ThreeParametersFunction> MakeDistribution(
+    Distributions::eDistribution shape) {
+  switch (shape) {
+    case Distributions::DB_GAUSSIAN:
+      return std::make_unique<common::GaussDistribution>();
+    case Distributions::DB_FABRY_PEROT:
+      // One order only: the neighbouring orders are what the virtual filter is to remove.
+      return std::make_unique<common::FabryPerotDistribution>(true);
+    default:
+      return std::make_unique<common::LorentzDistribution>();
+  }
+}
+
+}  // namespace
+
+PM_SpectralCorrectionComputation::Parameters::~Parameters() = default;
+
+PM_SpectralCorrectionComputation::InitializationData::~InitializationData() = default;
+
+PM_SpectralCorrectionComputation::PM_SpectralCorrectionComputation(const Parameters& parameters)
+    : ProcessingModule("unnamed") {
+  _SetupParameterContainer();
+  ProcessingModule::_SetParameters(parameters);
+}
+
+PM_SpectralCorrectionComputation::~PM_SpectralCorrectionComputation() = default;
+
+void PM_SpectralCorrectionComputation::_SetupParameterContainer() {
+  _SetContainerName("Spectral correction computation");
+  _SetContainerDescription("Spectral correction computation parameters");
+  static const Parameters my_parameters;
+
+  std::unordered_map<eAlgorithm, std::string> algorithms;
+  for (const eAlgorithm value : {InversionOptimizationAlgorithms::IOA_VARDELL,
+                                 InversionOptimizationAlgorithms::IOA_TIKHONOV}) {
+    algorithms.emplace(
+        value, common::Strings::UnicodeToString(InversionOptimizationAlgorithms::ToString(value)));
+  }
+  _AddParameter<eAlgorithm, Parameters>(
+      my_parameters, my_parameters.inversion_algorithm, "Optimization algorithm",
+      "The optimization algorithm to use.", "Optimization", algorithms);
+  _AddParameter<double, Parameters>(
+      my_parameters, my_parameters.upper_variation, "Max. positive variation",
+      "Maximum variation of coefficients above their initialization value.", "Optimization");
+  _AddParameter<double, Parameters>(
+      my_parameters, my_parameters.lower_variation, "Max. negative variation",
+      "Maximum variation of coefficients below their initialization value.", "Optimization");
+  _AddParameter<double, Parameters>(my_parameters, my_parameters.tikhonov_alpha, "Tikhonov alpha",
+                                    "The alpha value to be used in the Tikhonov optimization.",
+                                    "Optimization");
+  _AddParameter<double, Parameters>(
+      my_parameters, my_parameters.smoothing_fwhm_nm, "Smoothing FWHM (nm)",
+      "FWHM of the function used to smoothen matrix coefficients.", "Optimization");
+  _AddParameter<bool, Parameters>(
+      my_parameters, my_parameters.debug_dump, "Enable debug dump",
+      "Flags if intermediate results must be dumped to csv files (true) or not (false).", "Debug");
+  _AddParameter<Path, Parameters>(my_parameters, my_parameters.debug_dump_dir, "Debug dump dir",
+                                  "Output directory for the debug dump files.", "Debug");
+}
+
+// ---------------------------------------------------------------------------------------------
+// Hooks
+
+void PM_SpectralCorrectionComputation::_GetParameters(
+    ParameterizedObject::Parameters& parameters) const {
+  auto& own = _CastParameters<Parameters>(parameters);
+  own.debug_dump = debug_dump_;
+  own.debug_dump_dir = debug_dump_dir_;
+  own.inversion_algorithm = inversion_algorithm_;
+  own.upper_variation = upper_variation_;
+  own.lower_variation = lower_variation_;
+  own.tikhonov_alpha = tikhonov_alpha_;
+  own.smoothing_fwhm_nm = smoothing_fwhm_nm_;
+}
+
+// Zero passes for the variations too, whatever the texts say. alpha needs no check: only its
+// square takes effect.
+void PM_SpectralCorrectionComputation::_CheckParameters(
+    ParameterizedObject::Parameters const& parameters) const {
+  const auto& own = _CastParameters<Parameters>(parameters);
+  if (own.upper_variation < 0.0) {
+    Fail<std::invalid_argument>("upper bound variation must be positive");
+  }
+  if (own.lower_variation < 0.0) {
+    Fail<std::invalid_argument>("lower bound variation must be positive");
+  }
+  if (own.smoothing_fwhm_nm < 0.0) {
+    Fail<std::invalid_argument>("matrix smoothing fwhm must be 0.0 or positive");
+  }
+}
+
+void PM_SpectralCorrectionComputation::_SetConfigurationParameters(
+    ParameterizedObject::Parameters const& parameters) {
+  const auto& own = _CastParameters<Parameters>(parameters);
+  debug_dump_ = own.debug_dump;
+  debug_dump_dir_ = own.debug_dump_dir;
+}
+
+void PM_SpectralCorrectionComputation::_SetRuntimeParameters(
+    ParameterizedObject::Parameters const& parameters) {
+  const auto& own = _CastParameters<Parameters>(parameters);
+  inversion_algorithm_ = own.inversion_algorithm;
+  upper_variation_ = own.upper_variation;
+  lower_variation_ = own.lower_variation;
+  tikhonov_alpha_ = own.tikhonov_alpha;
+  smoothing_fwhm_nm_ = own.smoothing_fwhm_nm;
+}
+
+void PM_SpectralCorrectionComputation::_Initialize(
+    common::ProcessingModule::InitializationData const& data) {
+  const auto& own = _CastInitializationData<InitializationData>(data);
+  if (own.responses.column_count != own.wavelengths.size) {
+    Fail<std::invalid_argument>("the responses have " + std::to_string(own.responses.column_count) +
+                                " samples for " + std::to_string(own.wavelengths.size) +
+                                " wavelengths");
+  }
+  energies_ = own.energies;
+  wavelengths_ = own.wavelengths;
+  optical_response_ = own.optical_response;
+  function_ = std::make_unique<CorrectionFunction>(own.responses);
+
+  const Matrix<double>& responses = function_->GetResponseMatrix();
+  response_maxima_.assign(responses.row_count, {0, 0.0});
+  for (unsigned long r = 0; r < responses.row_count; ++r) {
+    auto& maximum = response_maxima_[r];
+    for (unsigned long c = 0; c < responses.column_count; ++c) {
+      if (responses.rows[r][c] > maximum.second) {
+        maximum = {c, responses.rows[r][c]};
+      }
+    }
+  }
+
+  if (!debug_dump_) {
+    return;
+  }
+  common::filesystem::CreateDirectories(debug_dump_dir_);
+  Matrix<double>::WriteCsv(responses, debug_dump_dir_ / "algorithm_input_response_matrix.csv",
+                           kCsvPrecision);
+  Matrix<double>::WriteCsv(
+      function_->GetGramMatrix(),
+      debug_dump_dir_ / "algorithm_input_response_matrix_response_matrix_transpose.csv",
+      kCsvPrecision);
+  Matrix<double>::WriteCsv(_TikhonovInverse(), debug_dump_dir_ / "tikhonov_divisor.csv",
+                           kCsvPrecision);
+}
+
+void PM_SpectralCorrectionComputation::_Deallocate() {
+  function_.reset();
+}
+
+void PM_SpectralCorrectionComputation::_Reset() {}
+
+// ---------------------------------------------------------------------------------------------
+// Computations
+
+void PM_SpectralCorrectionComputation::ComputeCorrectionCoefficients(
+    RowVector<double>& coefficients, const ColumnVector<double>& virtual_filter,
+    const PeakInfo& peak) {
+  const Lock lock(_GetMutex());
+  _ComputeCorrectionCoefficients(coefficients, virtual_filter, peak);
+}
+
+void PM_SpectralCorrectionComputation::ComputeCorrectionCoefficients(
+    RowVector<double>& coefficients, const PeakInfo& peak) {
+  const Lock lock(_GetMutex());
+  _ComputeCorrectionCoefficients(coefficients, peak);
+}
+
+void PM_SpectralCorrectionComputation::ComputeCorrectionMatrix(Matrix<double>& matrix,
+                                                               const std::vector<PeakInfo>& peaks) {
+  const Lock lock(_GetMutex());
+  _ComputeCorrectionMatrix(matrix, peaks);
+  _FilterCorrectionMatrix(matrix, peaks);
+}
+
+// The place where inversion_algorithm would choose a solver; there is only the one.
+void PM_SpectralCorrectionComputation::_ComputeCorrectionCoefficients(
+    RowVector<double>& coefficients, const ColumnVector<double>& virtual_filter,
+    const PeakInfo& peak) {
+  _ComputeCorrectionCoefficients_Tikhonov(coefficients, virtual_filter, peak);
+}
+
+// The target is the ideal peak as the optics of the system would pass it, with unit sum. A filter
+// that the optics block entirely has sum 0 and gives NaN coefficients.
+void PM_SpectralCorrectionComputation::_ComputeCorrectionCoefficients(
+    RowVector<double>& coefficients, const PeakInfo& peak) {
+  if (optical_response_.size < wavelengths_.size) {
+    Fail<std::invalid_argument>("the optical response has " +
+                                std::to_string(optical_response_.size) + " values for " +
+                                std::to_string(wavelengths_.size) + " wavelengths");
+  }
+  const auto distribution = MakeDistribution(peak.shape);
+  const double p2 = distribution->FWHMToParam(peak.fwhm);
+  const double p3 = distribution->ParamToAmplitude(p2);
+  ColumnVector<double> filter(wavelengths_.size, 0.0);
+  double sum = 0.0;
+  for (unsigned long i = 0; i < filter.size; ++i) {
+    filter[i] = (*distribution)(peak.wavelength, p2, p3, wavelengths_[i]) * optical_response_[i];
+    sum += filter[i];
+  }
+  for (double& value : filter) {
+    value /= sum;
+  }
+  _ComputeCorrectionCoefficients(coefficients, filter, peak);
+}
+
+// The inverse is formed anew for every filter; see bench_inversion for what that costs.
+void PM_SpectralCorrectionComputation::_ComputeCorrectionCoefficients_Tikhonov(
+    RowVector<double>& coefficients, const ColumnVector<double>& virtual_filter, const PeakInfo&) {
+  CorrectionFunction& function = _GetFunction();
+  if (virtual_filter.size != wavelengths_.size) {
+    Fail<std::invalid_argument>("the virtual filter has " + std::to_string(virtual_filter.size) +
+                                " samples for " + std::to_string(wavelengths_.size) +
+                                " wavelengths");
+  }
+  function.SetVirtualFilter(virtual_filter);
+  const ColumnVector<double> product = _TikhonovInverse().Multiply(function.GetProjectedFilter());
+  // A row view of the right size keeps pointing into its matrix.
+  coefficients._Allocate(function.dimension, false);
+  std::copy(product.begin(), product.end(), coefficients.begin());
+}
+
+void PM_SpectralCorrectionComputation::_ComputeCorrectionMatrix(
+    Matrix<double>& matrix, const std::vector<PeakInfo>& peaks) {
+  const unsigned long bands = _GetFunction().dimension;
+  matrix = Matrix<double>(peaks.size(), bands, 0.0);
+  for (unsigned long p = 0; p < peaks.size(); ++p) {
+    RowVector<double> row(matrix.rows[p], matrix.rows[p] + bands, false);
+    _ComputeCorrectionCoefficients(row, peaks[p]);
+  }
+}
+
+// Neighbouring virtual filters should not jump: each row becomes a Gaussian-weighted mean of all
+// rows, the weights by wavelength distance of the peaks (not by row distance), normalised to sum 1.
+void PM_SpectralCorrectionComputation::_FilterCorrectionMatrix(
+    Matrix<double>& matrix, const std::vector<PeakInfo>& peaks) const {
+  if (smoothing_fwhm_nm_ == 0.0) {
+    return;
+  }
+  const unsigned long n = peaks.size();
+  Matrix<double> kernel(n, n, 0.0);
+  const common::GaussDistribution gauss;
+  const double p2 = gauss.FWHMToParam(smoothing_fwhm_nm_);
+  for (unsigned long i = 0; i < n; ++i) {
+    double sum = 0.0;
+    for (unsigned long j = 0; j < n; ++j) {
+      kernel.rows[i][j] = gauss(peaks[i].wavelength, p2, 1.0, peaks[j].wavelength);
+      sum += kernel.rows[i][j];
+    }
+    const double factor = 1.0 / sum;
+    for (unsigned long j = 0; j < n; ++j) {
+      kernel.rows[i][j] *= factor;
+    }
+  }
+  matrix = kernel.Multiply(matrix);
+}
+
+// G = alpha I, so Gt G only adds alpha^2 to the diagonal of F Ft.
+Matrix<double> PM_SpectralCorrectionComputation::_TikhonovInverse() const {
+  Matrix<double> divisor = _GetFunction().GetGramMatrix();
+  for (unsigned long i = 0; i < divisor.row_count; ++i) {
+    divisor.rows[i][i] += tikhonov_alpha_ * tikhonov_alpha_;
+  }
+  return divisor.Inverse();
+}
+
+CorrectionFunction& PM_SpectralCorrectionComputation::_GetFunction() const {
+  if (function_ == nullptr) {
+    Fail<std::logic_error>("the spectral correction computation is not initialized");
+  }
+  return *function_;
+}
+
+double PM_SpectralCorrectionComputation::_GetResponse(const ColumnVector<double>& response,
+                                                      const double& wavelength) const {
+  const unsigned long n = wavelengths_.size;
+  if (n == 0 || response.size != n) {
+    Fail<std::invalid_argument>("the response has " + std::to_string(response.size) +
+                                " values for " + std::to_string(n) + " wavelengths");
+  }
+  const auto i = static_cast<unsigned long>(
+      std::lower_bound(wavelengths_.begin(), wavelengths_.end(), wavelength) -
+      wavelengths_.begin());
+  if (i == 0) {
+    return response[0];
+  }
+  if (i == n) {
+    return response[n - 1];
+  }
+  std::vector<double> out;
+  SplineInterpolation().Process(out, {wavelengths_[i - 1], wavelengths_[i]},
+                                {response[i - 1], response[i]},
+                                {wavelengths_[i - 1], wavelength, wavelengths_[i]},
+                                SplineInterpolation::IT_NOT_A_KNOT_CUBIC, false, true);
+  return out[1];
+}
+
+}  // namespace kelto::hyperspectral

@@ -1,0 +1,725 @@
+#include <kelto/hyperspectral/correction/pm_spectral_correction_computation.h>
+
+#include <gtest/gtest.h>
+
+#include <Eigen/Dense>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <boost/thread/lock_guard.hpp>
+
+#include <kelto/common/logger.h>
+#include <kelto/common/parameter_container.h>
+
+#include "../../common/tests/temporary_directory.h"
+
+namespace {
+
+using kelto::common::EnumParameter;
+using kelto::common::IntegerParameter;
+using kelto::common::Logger;
+using kelto::common::Parameter;
+using kelto::common::ParameterContainer;
+using kelto::common::PathParameter;
+using kelto::common::ProcessingModule;
+using kelto::common::RealParameter;
+using kelto::common::filesystem::Path;
+using kelto::common::testing::TemporaryDirectory;
+using kelto::datatypes::ColumnVector;
+using kelto::datatypes::Matrix;
+using kelto::datatypes::RowVector;
+using kelto::hyperspectral::Distributions;
+using kelto::hyperspectral::InversionOptimizationAlgorithms;
+using Module = kelto::hyperspectral::PM_SpectralCorrectionComputation;
+using PeakInfo = Module::PeakInfo;
+using RowMajor = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
+
+const double kPi = std::acos(-1.0);
+
+// Reaches what the module keeps to itself: its lock and the response lookup.
+class Probe : public Module {
+ public:
+  using Module::_GetResponse;
+  using Module::Module;
+  boost::mutex& Mutex() { return _GetMutex(); }
+};
+
+// Collects the errors that reach the log while it lives.
+class LogCapture {
+ public:
+  LogCapture() {
+    Logger::SetSink([this](Logger::eLevel level, const std::string&, const std::string& message) {
+      if (level == Logger::eLevel::Error) {
+        errors.push_back(message);
+      }
+    });
+  }
+  LogCapture(LogCapture const&) = delete;
+  LogCapture& operator=(LogCapture const&) = delete;
+  ~LogCapture() { Logger::SetSink({}); }
+
+  std::vector<std::string> errors;
+};
+
+ColumnVector<double> Column(const std::vector<double>& values) {
+  std::vector<double> copy = values;
+  return ColumnVector<double>(copy.data(), copy.data() + copy.size(), true);
+}
+
+std::vector<double> Values(const RowVector<double>& vector) {
+  return std::vector<double>(vector.begin(), vector.end());
+}
+
+Eigen::VectorXd ToEigen(const std::vector<double>& values) {
+  return Eigen::Map<const Eigen::VectorXd>(values.data(), static_cast<Eigen::Index>(values.size()));
+}
+
+Eigen::MatrixXd ToEigen(const Matrix<double>& matrix) {
+  return Eigen::Map<const RowMajor>(matrix.data, static_cast<Eigen::Index>(matrix.row_count),
+                                    static_cast<Eigen::Index>(matrix.column_count));
+}
+
+PeakInfo Peak(double wavelength, double fwhm, Distributions::eDistribution shape) {
+  PeakInfo peak;
+  peak.wavelength = wavelength;
+  peak.fwhm = fwhm;
+  peak.shape = shape;
+  return peak;
+}
+
+Module::Parameters WithAlpha(double alpha) {
+  Module::Parameters parameters;
+  parameters.tikhonov_alpha = alpha;
+  return parameters;
+}
+
+// F the 2 by 2 identity on two samples.
+Module::InitializationData Identity() {
+  Module::InitializationData data;
+  data.responses = Matrix<double>(2, 2, 0.0);
+  data.responses.rows[0][0] = 1.0;
+  data.responses.rows[1][1] = 1.0;
+  data.wavelengths = Column({500.0, 510.0});
+  data.energies = Column({1.0, 1.0});
+  data.optical_response = Column({1.0, 1.0});
+  return data;
+}
+
+std::vector<double> Coefficients(Module& module, const std::vector<double>& filter) {
+  RowVector<double> coefficients;
+  module.ComputeCorrectionCoefficients(coefficients, Column(filter), PeakInfo());
+  return Values(coefficients);
+}
+
+// ---------------------------------------------------------------------------------------------
+// The Tikhonov solution
+
+TEST(SpectralCorrectionTikhonov, IdentityResponsesShrinkByOnePlusAlphaSquared) {
+  Module module(WithAlpha(0.01));
+  module.Initialize(Identity());
+  const std::vector<double> coefficients = Coefficients(module, {1.0, 0.0});
+  ASSERT_EQ(coefficients.size(), 2u);
+  EXPECT_DOUBLE_EQ(coefficients[0], 1.0 / 1.0001);
+  EXPECT_EQ(coefficients[1], 0.0);
+}
+
+TEST(SpectralCorrectionTikhonov, SignOfAlphaAlgorithmAndVariationsChangeNothing) {
+  const std::vector<double> filter{0.7, 0.3};
+  Module reference(WithAlpha(0.5));
+  reference.Initialize(Identity());
+  const std::vector<double> expected = Coefficients(reference, filter);
+  EXPECT_DOUBLE_EQ(expected[0], 0.7 / 1.25);
+
+  Module negative(WithAlpha(-0.5));
+  negative.Initialize(Identity());
+  EXPECT_EQ(Coefficients(negative, filter), expected);
+
+  Module::Parameters vardell = WithAlpha(0.5);
+  vardell.inversion_algorithm = InversionOptimizationAlgorithms::IOA_VARDELL;
+  vardell.upper_variation = 0.0;
+  vardell.lower_variation = 3.0;
+  Module bounded(vardell);
+  bounded.Initialize(Identity());
+  EXPECT_EQ(Coefficients(bounded, filter), expected);
+}
+
+TEST(SpectralCorrectionTikhonov, RowViewOfTheRightSizeReceivesTheValues) {
+  Module module(WithAlpha(0.0));
+  module.Initialize(Identity());
+  const ColumnVector<double> filter = Column({2.0, 3.0});
+
+  Matrix<double> matrix(2, 2, -1.0);
+  RowVector<double> view(matrix.rows[1], matrix.rows[1] + 2, false);
+  module.ComputeCorrectionCoefficients(view, filter, PeakInfo());
+  EXPECT_FALSE(view.owned);
+  EXPECT_EQ(std::vector<double>(matrix.data, matrix.data + 4),
+            (std::vector<double>{-1.0, -1.0, 2.0, 3.0}));
+
+  // Of another size, a view is replaced by an owned array and its memory left alone.
+  RowVector<double> short_view(matrix.rows[0], matrix.rows[0] + 1, false);
+  module.ComputeCorrectionCoefficients(short_view, filter, PeakInfo());
+  EXPECT_TRUE(short_view.owned);
+  EXPECT_EQ(Values(short_view), (std::vector<double>{2.0, 3.0}));
+  EXPECT_EQ(matrix.rows[0][0], -1.0);
+
+  RowVector<double> long_owned(5, 9.0);
+  module.ComputeCorrectionCoefficients(long_owned, filter, PeakInfo());
+  EXPECT_EQ(Values(long_owned), (std::vector<double>{2.0, 3.0}));
+}
+
+// 16 random bands over 601 samples (400 to 1000 nm), seen through a smooth optical response.
+class SpectralCorrectionRandomResponses : public ::testing::Test {
+ protected:
+  static constexpr unsigned long kBands = 16;
+  static constexpr unsigned long kSamples = 601;
+  static constexpr double kAlpha = 0.01;
+
+  void SetUp() override {
+    std::mt19937 generator(20240517);
+    std::uniform_real_distribution<double> uniform(0.0, 1.0);
+    data.responses = Matrix<double>(kBands, kSamples, 0.0);
+    for (unsigned long i = 0; i < kBands * kSamples; ++i) {
+      data.responses.data[i] = uniform(generator);
+    }
+    data.wavelengths = ColumnVector<double>(kSamples, 0.0);
+    data.optical_response = ColumnVector<double>(kSamples, 0.0);
+    for (unsigned long i = 0; i < kSamples; ++i) {
+      data.wavelengths[i] = 400.0 + static_cast<double>(i);
+      data.optical_response[i] = 0.6 + 0.3 * std::cos(data.wavelengths[i] / 40.0);
+    }
+    data.energies = ColumnVector<double>(kBands, 1.0);
+  }
+
+  // The normal equations (F Ft + alpha^2 I) x = F v, solved by Eigen.
+  Eigen::VectorXd Solve(const std::vector<double>& filter) const {
+    const Eigen::MatrixXd f = ToEigen(data.responses);
+    const Eigen::MatrixXd a =
+        f * f.transpose() + kAlpha * kAlpha *
+                                Eigen::MatrixXd::Identity(static_cast<Eigen::Index>(kBands),
+                                                          static_cast<Eigen::Index>(kBands));
+    return a.ldlt().solve(f * ToEigen(filter));
+  }
+
+  // The target of a peak, from the shape's formula: through the optics, with unit sum. The height
+  // of the shape does not matter after the normalisation.
+  std::vector<double> Target(const PeakInfo& peak) const {
+    std::vector<double> filter(kSamples);
+    double sum = 0.0;
+    for (unsigned long i = 0; i < kSamples; ++i) {
+      const double d = data.wavelengths[i] - peak.wavelength;
+      double value = 0.0;
+      if (peak.shape == Distributions::DB_GAUSSIAN) {
+        const double sigma = peak.fwhm / (2.0 * std::sqrt(2.0 * std::log(2.0)));
+        value = std::exp(-d * d / (2.0 * sigma * sigma));
+      } else if (peak.shape == Distributions::DB_FABRY_PEROT) {
+        // One order of the cavity, with a coefficient of finesse of 80.
+        const double range = peak.fwhm * kPi / (2.0 * std::asin(1.0 / std::sqrt(82.0)));
+        const double u = d / range;
+        value = std::fabs(u) > 0.5 ? 0.0
+                                   : std::pow(std::cos(kPi * u), 2) /
+                                         (1.0 + 80.0 * std::pow(std::sin(kPi * u), 2));
+      } else {
+        value = 1.0 / (d * d + peak.fwhm * peak.fwhm / 4.0);
+      }
+      filter[i] = value * data.optical_response[i];
+      sum += filter[i];
+    }
+    for (double& value : filter) {
+      value /= sum;
+    }
+    return filter;
+  }
+
+  static void ExpectClose(const std::vector<double>& actual, const Eigen::VectorXd& expected) {
+    ASSERT_EQ(actual.size(), static_cast<std::size_t>(expected.size()));
+    const double scale = expected.cwiseAbs().maxCoeff();
+    for (unsigned long i = 0; i < actual.size(); ++i) {
+      EXPECT_NEAR(actual[i], expected[static_cast<Eigen::Index>(i)], 1e-9 * scale) << "band " << i;
+    }
+  }
+
+  Module::InitializationData data;
+};
+
+TEST_F(SpectralCorrectionRandomResponses, ReadyMadeFilterGivesTheNormalEquationSolution) {
+  std::mt19937 generator(99);
+  std::uniform_real_distribution<double> uniform(0.0, 1.0);
+  std::vector<double> filter(kSamples);
+  for (double& value : filter) {
+    value = uniform(generator);
+  }
+  Module module(WithAlpha(kAlpha));
+  module.Initialize(data);
+  ExpectClose(Coefficients(module, filter), Solve(filter));
+}
+
+TEST_F(SpectralCorrectionRandomResponses, PeakShapeChoosesTheTarget) {
+  Module module(WithAlpha(kAlpha));
+  module.Initialize(data);
+  for (const auto shape :
+       {Distributions::DB_NONE, Distributions::DB_GAUSSIAN, Distributions::DB_LORENTZIAN,
+        Distributions::DB_FABRY_PEROT, Distributions::DB_UNKNOWN}) {
+    SCOPED_TRACE(static_cast<int>(shape));
+    const PeakInfo peak = Peak(700.0, 12.0, shape);
+    RowVector<double> coefficients;
+    module.ComputeCorrectionCoefficients(coefficients, peak);
+    ExpectClose(Values(coefficients), Solve(Target(peak)));
+  }
+}
+
+TEST_F(SpectralCorrectionRandomResponses, MatrixRowsAreTheInversionsSmoothedByWavelength) {
+  const std::vector<PeakInfo> peaks{Peak(520.0, 10.0, Distributions::DB_GAUSSIAN),
+                                    Peak(526.0, 14.0, Distributions::DB_LORENTZIAN),
+                                    Peak(560.0, 12.0, Distributions::DB_FABRY_PEROT),
+                                    Peak(566.0, 9.0, Distributions::DB_GAUSSIAN)};
+  Module::Parameters parameters = WithAlpha(kAlpha);
+  parameters.smoothing_fwhm_nm = 0.0;
+  Module module(parameters);
+  module.Initialize(data);
+
+  Matrix<double> raw;
+  module.ComputeCorrectionMatrix(raw, peaks);
+  ASSERT_EQ(raw.row_count, peaks.size());
+  ASSERT_EQ(raw.column_count, kBands);
+  Eigen::MatrixXd expected_raw(static_cast<Eigen::Index>(peaks.size()),
+                               static_cast<Eigen::Index>(kBands));
+  for (unsigned long p = 0; p < peaks.size(); ++p) {
+    SCOPED_TRACE(p);
+    RowVector<double> row;
+    module.ComputeCorrectionCoefficients(row, peaks[p]);
+    // Without smoothing a row is exactly the single computation.
+    EXPECT_EQ(std::vector<double>(raw.rows[p], raw.rows[p] + kBands), Values(row));
+    expected_raw.row(static_cast<Eigen::Index>(p)) = Solve(Target(peaks[p])).transpose();
+  }
+
+  // The default width: Gaussian weights of the wavelength distances, each row summing to 1.
+  module.SetRuntimeParameters(WithAlpha(kAlpha));
+  Matrix<double> smoothed;
+  module.ComputeCorrectionMatrix(smoothed, peaks);
+  const double sigma = 7.5 / (2.0 * std::sqrt(2.0 * std::log(2.0)));
+  Eigen::MatrixXd weights(static_cast<Eigen::Index>(peaks.size()),
+                          static_cast<Eigen::Index>(peaks.size()));
+  for (unsigned long i = 0; i < peaks.size(); ++i) {
+    for (unsigned long j = 0; j < peaks.size(); ++j) {
+      const double d = peaks[i].wavelength - peaks[j].wavelength;
+      weights(static_cast<Eigen::Index>(i), static_cast<Eigen::Index>(j)) =
+          std::exp(-d * d / (2.0 * sigma * sigma));
+    }
+    weights.row(static_cast<Eigen::Index>(i)) /= weights.row(static_cast<Eigen::Index>(i)).sum();
+  }
+  const Eigen::MatrixXd expected = weights * expected_raw;
+  const Eigen::MatrixXd actual = ToEigen(smoothed);
+  ASSERT_EQ(actual.rows(), expected.rows());
+  ASSERT_EQ(actual.cols(), expected.cols());
+  EXPECT_LT((actual - expected).cwiseAbs().maxCoeff(), 1e-9 * expected.cwiseAbs().maxCoeff());
+  EXPECT_GT((actual - ToEigen(raw)).cwiseAbs().maxCoeff(), 1e-3 * expected.cwiseAbs().maxCoeff());
+}
+
+TEST_F(SpectralCorrectionRandomResponses, SmoothingLeavesSingleAndIdenticalRowsAlone) {
+  Module module(WithAlpha(kAlpha));
+  module.Initialize(data);
+  const PeakInfo peak = Peak(640.0, 10.0, Distributions::DB_GAUSSIAN);
+  RowVector<double> row;
+  module.ComputeCorrectionCoefficients(row, peak);
+
+  Matrix<double> single;
+  module.ComputeCorrectionMatrix(single, {peak});
+  ASSERT_EQ(single.row_count, 1u);
+  EXPECT_EQ(std::vector<double>(single.rows[0], single.rows[0] + kBands), Values(row));
+
+  Matrix<double> twins;
+  module.ComputeCorrectionMatrix(twins, {peak, peak});
+  ASSERT_EQ(twins.row_count, 2u);
+  EXPECT_EQ(std::vector<double>(twins.rows[0], twins.rows[0] + kBands),
+            std::vector<double>(twins.rows[1], twins.rows[1] + kBands));
+
+  Matrix<double> none(3, 3, 1.0);
+  module.ComputeCorrectionMatrix(none, {});
+  EXPECT_EQ(none.row_count, 0u);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Initialisation and misuse
+
+TEST(SpectralCorrectionLifecycle, ResponseMaximaTakeTheEarliestOfEqualValues) {
+  Module module(Module::Parameters{});
+  Module::InitializationData data;
+  data.responses = Matrix<double>(3, 4, 0.0);
+  const std::vector<double> values{0.1,  0.5,  0.5,  0.2,  // tie: the first stays
+                                   -1.0, -0.5, -2.0, 0.0,  // nothing positive
+                                   0.0,  0.0,  0.0,  3.0};
+  std::copy(values.begin(), values.end(), data.responses.data);
+  data.wavelengths = Column({1.0, 2.0, 3.0, 4.0});
+  module.Initialize(data);
+  using Maximum = std::pair<unsigned long, double>;
+  EXPECT_EQ(module.GetResponseMaxima(),
+            (std::vector<Maximum>{Maximum{1, 0.5}, Maximum{0, 0.0}, Maximum{3, 3.0}}));
+
+  // A second Initialize replaces everything of the first.
+  module.Initialize(Identity());
+  EXPECT_EQ(module.GetResponseMaxima(), (std::vector<Maximum>{Maximum{0, 1.0}, Maximum{1, 1.0}}));
+  EXPECT_EQ(Coefficients(module, {1.0, 0.0}).size(), 2u);
+}
+
+TEST(SpectralCorrectionLifecycle, ComputationsOutsideTheCycleAreRefused) {
+  Module module(Module::Parameters{});
+  LogCapture log;
+  RowVector<double> coefficients;
+  Matrix<double> matrix;
+  const std::string text = "the spectral correction computation is not initialized";
+  for (int pass = 0; pass < 2; ++pass) {
+    SCOPED_TRACE(pass);
+    try {
+      module.ComputeCorrectionMatrix(matrix, {Peak(500.0, 5.0, Distributions::DB_GAUSSIAN)});
+      ADD_FAILURE() << "no exception";
+    } catch (const std::logic_error& error) {
+      EXPECT_EQ(error.what(), text);
+    }
+    EXPECT_THROW(module.ComputeCorrectionCoefficients(coefficients, Column({1.0, 0.0}), PeakInfo()),
+                 std::logic_error);
+    module.Initialize(Identity());
+    module.Deallocate();
+  }
+  EXPECT_EQ(log.errors, std::vector<std::string>(4, text));
+}
+
+TEST(SpectralCorrectionLifecycle, WrongInitializationDataIsRefused) {
+  Module module(Module::Parameters{});
+  LogCapture log;
+  try {
+    module.Initialize(ProcessingModule::InitializationData());
+    ADD_FAILURE() << "no exception";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "incompatible initialization data object");
+  }
+  EXPECT_EQ(log.errors, std::vector<std::string>{"incompatible initialization data object"});
+}
+
+TEST(SpectralCorrectionLifecycle, FiltersAndOpticsThatDoNotFitTheGridAreRefused) {
+  Module module(Module::Parameters{});
+  Module::InitializationData data = Identity();
+  data.optical_response = Column({1.0});
+  module.Initialize(data);
+  LogCapture log;
+  RowVector<double> coefficients;
+  EXPECT_THROW(
+      module.ComputeCorrectionCoefficients(coefficients, Column({1.0, 0.0, 0.0}), PeakInfo()),
+      std::invalid_argument);
+  EXPECT_THROW(
+      module.ComputeCorrectionCoefficients(coefficients, Peak(505.0, 5.0, Distributions::DB_NONE)),
+      std::invalid_argument);
+  EXPECT_EQ(log.errors,
+            (std::vector<std::string>{"the virtual filter has 3 samples for 2 wavelengths",
+                                      "the optical response has 1 values for 2 wavelengths"}));
+
+  // Responses on another grid than the wavelengths are refused before anything changes.
+  data = Identity();
+  data.wavelengths = Column({500.0, 510.0, 520.0});
+  data.responses.rows[1][0] = 2.0;
+  EXPECT_THROW(module.Initialize(data), std::invalid_argument);
+  EXPECT_EQ(log.errors.back(), "the responses have 2 samples for 3 wavelengths");
+  using Maximum = std::pair<unsigned long, double>;
+  EXPECT_EQ(module.GetResponseMaxima(), (std::vector<Maximum>{Maximum{0, 1.0}, Maximum{1, 1.0}}));
+}
+
+TEST(SpectralCorrectionLifecycle, ResponseLookupInterpolatesInsideTheGrid) {
+  Probe module(Module::Parameters{});
+  Module::InitializationData data;
+  data.responses = Matrix<double>(1, 3, 1.0);
+  data.wavelengths = Column({500.0, 510.0, 520.0});
+  module.Initialize(data);
+  const ColumnVector<double> response = Column({2.0, 4.0, -8.0});
+  EXPECT_EQ(module._GetResponse(response, 490.0), 2.0);
+  EXPECT_EQ(module._GetResponse(response, 500.0), 2.0);
+  EXPECT_DOUBLE_EQ(module._GetResponse(response, 505.0), 3.0);
+  EXPECT_DOUBLE_EQ(module._GetResponse(response, 510.0), 4.0);
+  EXPECT_DOUBLE_EQ(module._GetResponse(response, 512.5), 1.0);
+  EXPECT_EQ(module._GetResponse(response, 518.0), 0.0);  // negative values are clamped
+  EXPECT_EQ(module._GetResponse(response, 530.0), -8.0);
+  LogCapture log;
+  EXPECT_THROW(module._GetResponse(Column({1.0, 2.0}), 505.0), std::invalid_argument);
+}
+
+// Each public computation waits for the module's lock.
+TEST(SpectralCorrectionLifecycle, PublicComputationsHoldTheLock) {
+  Probe module(WithAlpha(0.01));
+  module.Initialize(Identity());
+  Matrix<double> matrix;
+  RowVector<double> first;
+  RowVector<double> second;
+  const PeakInfo peak = Peak(505.0, 5.0, Distributions::DB_GAUSSIAN);
+  const ColumnVector<double> filter = Column({1.0, 0.0});
+  for (const std::function<void()>& call : std::vector<std::function<void()>>{
+           [&] { module.ComputeCorrectionMatrix(matrix, {peak}); },
+           [&] { module.ComputeCorrectionCoefficients(first, peak); },
+           [&] { module.ComputeCorrectionCoefficients(second, filter, peak); }}) {
+    std::future<void> done;
+    {
+      const boost::lock_guard<boost::mutex> held(module.Mutex());
+      done = std::async(std::launch::async, call);
+      EXPECT_EQ(done.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    }
+    done.get();
+  }
+  EXPECT_EQ(matrix.row_count, 1u);
+  EXPECT_EQ(first.size, 2u);
+  EXPECT_EQ(second.size, 2u);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Parameters
+
+template <typename Kind>
+Kind& Find(ParameterContainer& container, const std::string& title, const std::string& group) {
+  Parameter* parameter = container.FindParameter(title, group);
+  if (parameter == nullptr) {
+    throw std::runtime_error("no parameter " + title);
+  }
+  return dynamic_cast<Kind&>(*parameter);
+}
+
+std::vector<double> Numbers(const Module::Parameters& parameters) {
+  return {static_cast<double>(parameters.debug_dump),
+          static_cast<double>(parameters.inversion_algorithm),
+          parameters.upper_variation,
+          parameters.lower_variation,
+          parameters.tikhonov_alpha,
+          parameters.smoothing_fwhm_nm};
+}
+
+Module::Parameters Read(const Module& module) {
+  Module::Parameters parameters;
+  parameters.debug_dump_dir = "unset";
+  module.GetParameters(parameters);
+  return parameters;
+}
+
+TEST(SpectralCorrectionParameters, ContainerListsEveryParameterWithItsTexts) {
+  const Module module(Module::Parameters{});
+  ParameterContainer container;
+  module.GetParameters(container);
+  EXPECT_EQ(container.GetName(), "Spectral correction computation");
+  EXPECT_EQ(container.GetDescription(), "Spectral correction computation parameters");
+
+  std::vector<std::string> listed;
+  for (const Parameter* parameter : container.GetVisibleParameters()) {
+    listed.push_back(parameter->GetGroup() + "/" + parameter->GetTitle() + ": " +
+                     parameter->GetDescription());
+  }
+  EXPECT_EQ(
+      listed,
+      (std::vector<std::string>{
+          "Optimization/Optimization algorithm: The optimization algorithm to use.",
+          "Optimization/Max. positive variation: Maximum variation of coefficients above their "
+          "initialization value.",
+          "Optimization/Max. negative variation: Maximum variation of coefficients below their "
+          "initialization value.",
+          "Optimization/Tikhonov alpha: The alpha value to be used in the Tikhonov optimization.",
+          "Optimization/Smoothing FWHM (nm): FWHM of the function used to smoothen matrix "
+          "coefficients.",
+          "Debug/Enable debug dump: Flags if intermediate results must be dumped to csv files "
+          "(true) or not (false).",
+          "Debug/Debug dump dir: Output directory for the debug dump files."}));
+  EXPECT_EQ(container.GetParameterCount(), listed.size());
+
+  const auto& algorithm = Find<EnumParameter>(container, "Optimization algorithm", "Optimization");
+  EXPECT_EQ(algorithm.GetValidationCriteria(),
+            (EnumParameter::Criteria{{0, "Vardell"}, {1, "Tikhonov"}}));
+  EXPECT_EQ(algorithm.GetValue(), 1);
+  EXPECT_EQ(Find<RealParameter>(container, "Max. positive variation", "Optimization").GetValue(),
+            0.8);
+  EXPECT_EQ(Find<RealParameter>(container, "Max. negative variation", "Optimization").GetValue(),
+            0.8);
+  EXPECT_EQ(Find<RealParameter>(container, "Tikhonov alpha", "Optimization").GetValue(), 0.01);
+  EXPECT_EQ(Find<RealParameter>(container, "Smoothing FWHM (nm)", "Optimization").GetValue(), 7.5);
+  const auto& flag = Find<IntegerParameter>(container, "Enable debug dump", "Debug");
+  EXPECT_EQ(flag.GetValue(), 0);
+  EXPECT_EQ(flag.GetValidationCriteria(), (IntegerParameter::Criteria{0, 1}));
+  const auto& directory = Find<PathParameter>(container, "Debug dump dir", "Debug");
+  EXPECT_EQ(directory.GetValue().ToString(), "./debug_dump/");
+  EXPECT_TRUE(directory.GetValidationCriteria().empty());
+}
+
+TEST(SpectralCorrectionParameters, EveryParameterReachesTheModuleThroughAContainer) {
+  Module module(Module::Parameters{});
+  ParameterContainer container;
+  module.GetParameters(container);
+  Find<EnumParameter>(container, "Optimization algorithm", "Optimization").SetValue(0);
+  Find<RealParameter>(container, "Max. positive variation", "Optimization").SetValue(0.25);
+  Find<RealParameter>(container, "Max. negative variation", "Optimization").SetValue(0.5);
+  Find<RealParameter>(container, "Tikhonov alpha", "Optimization").SetValue(0.2);
+  Find<RealParameter>(container, "Smoothing FWHM (nm)", "Optimization").SetValue(3.0);
+  Find<IntegerParameter>(container, "Enable debug dump", "Debug").SetValue(1);
+  Find<PathParameter>(container, "Debug dump dir", "Debug").SetValue(Path("elsewhere/"));
+  module.SetParameters(container);
+
+  const Module::Parameters read = Read(module);
+  EXPECT_EQ(Numbers(read), (std::vector<double>{1.0, 0.0, 0.25, 0.5, 0.2, 3.0}));
+  EXPECT_EQ(read.debug_dump_dir.ToString(), "elsewhere/");
+  // And the computation uses the new alpha.
+  Module::Parameters quiet = read;
+  quiet.debug_dump = false;
+  module.SetParameters(quiet);
+  module.Initialize(Identity());
+  EXPECT_DOUBLE_EQ(Coefficients(module, {1.0, 0.0})[0], 1.0 / 1.04);
+}
+
+TEST(SpectralCorrectionParameters, HalvesChangeOnlyTheirOwnFields) {
+  Module::Parameters changed;
+  changed.debug_dump = true;
+  changed.debug_dump_dir = "changed/";
+  changed.inversion_algorithm = InversionOptimizationAlgorithms::IOA_VARDELL;
+  changed.upper_variation = 1.5;
+  changed.lower_variation = 2.5;
+  changed.tikhonov_alpha = 0.125;
+  changed.smoothing_fwhm_nm = 0.0;
+
+  Module configured(Module::Parameters{});
+  configured.SetConfigurationParameters(changed);
+  EXPECT_EQ(Numbers(Read(configured)), (std::vector<double>{1.0, 1.0, 0.8, 0.8, 0.01, 7.5}));
+  EXPECT_EQ(Read(configured).debug_dump_dir.ToString(), "changed/");
+
+  Module run(Module::Parameters{});
+  run.SetRuntimeParameters(changed);
+  EXPECT_EQ(Numbers(Read(run)), (std::vector<double>{0.0, 0.0, 1.5, 2.5, 0.125, 0.0}));
+  EXPECT_EQ(Read(run).debug_dump_dir.ToString(), "./debug_dump/");
+}
+
+TEST(SpectralCorrectionParameters, NegativeBoundsAndWidthAreRefusedWithTheirTexts) {
+  Module::Parameters start;
+  start.tikhonov_alpha = 0.5;
+  Module module(start);
+  const std::vector<double> before = Numbers(Read(module));
+
+  struct Case {
+    std::function<void(Module::Parameters&)> spoil;
+    std::string text;
+  };
+  const std::vector<Case> cases{
+      {[](Module::Parameters& p) { p.upper_variation = -0.1; },
+       "upper bound variation must be positive"},
+      {[](Module::Parameters& p) { p.lower_variation = -1e-9; },
+       "lower bound variation must be positive"},
+      {[](Module::Parameters& p) { p.smoothing_fwhm_nm = -7.5; },
+       "matrix smoothing fwhm must be 0.0 or positive"},
+      // All three wrong: the first check speaks.
+      {[](Module::Parameters& p) {
+         p.upper_variation = -1.0;
+         p.lower_variation = -1.0;
+         p.smoothing_fwhm_nm = -1.0;
+       },
+       "upper bound variation must be positive"},
+  };
+  for (const Case& bad : cases) {
+    SCOPED_TRACE(bad.text);
+    Module::Parameters parameters;
+    parameters.debug_dump = true;
+    parameters.tikhonov_alpha = 0.3;
+    bad.spoil(parameters);
+    LogCapture log;
+    for (const std::function<void()>& call : std::vector<std::function<void()>>{
+             [&] { module.SetParameters(parameters); },
+             [&] { module.SetRuntimeParameters(parameters); },
+             [&] { module.SetConfigurationParameters(parameters); }}) {
+      try {
+        call();
+        ADD_FAILURE() << "no exception";
+      } catch (const std::invalid_argument& error) {
+        EXPECT_EQ(error.what(), bad.text);
+      }
+    }
+    EXPECT_EQ(log.errors, std::vector<std::string>(3, bad.text));
+    EXPECT_EQ(Numbers(Read(module)), before);
+  }
+
+  // Zero passes all three checks, and alpha has none.
+  Module::Parameters edge;
+  edge.upper_variation = 0.0;
+  edge.lower_variation = 0.0;
+  edge.smoothing_fwhm_nm = 0.0;
+  edge.tikhonov_alpha = -3.0;
+  module.SetParameters(edge);
+  EXPECT_EQ(Numbers(Read(module)), (std::vector<double>{0.0, 1.0, 0.0, 0.0, -3.0, 0.0}));
+}
+
+TEST(SpectralCorrectionParameters, ForeignParametersAreRefused) {
+  struct Foreign : ProcessingModule::Parameters {};
+  Module module(Module::Parameters{});
+  LogCapture log;
+  for (const std::function<void()>& call :
+       std::vector<std::function<void()>>{[&] { module.SetParameters(Foreign()); },
+                                          [&] { module.SetConfigurationParameters(Foreign()); },
+                                          [&] { module.SetRuntimeParameters(Foreign()); },
+                                          [&] {
+                                            Foreign foreign;
+                                            module.GetParameters(foreign);
+                                          }}) {
+    try {
+      call();
+      ADD_FAILURE() << "no exception";
+    } catch (const std::runtime_error& error) {
+      EXPECT_STREQ(error.what(), "incompatible parameters object");
+    }
+  }
+  EXPECT_EQ(log.errors, std::vector<std::string>(4, "incompatible parameters object"));
+}
+
+// ---------------------------------------------------------------------------------------------
+// Debug dump
+
+std::vector<std::vector<double>> ReadCsv(const std::filesystem::path& path) {
+  std::ifstream file(path);
+  std::vector<std::vector<double>> rows;
+  std::string line;
+  while (std::getline(file, line)) {
+    std::vector<double> row;
+    std::istringstream fields(line);
+    std::string field;
+    while (std::getline(fields, field, ',')) {
+      row.push_back(std::stod(field));
+    }
+    rows.push_back(row);
+  }
+  return rows;
+}
+
+TEST(SpectralCorrectionDebugDump, InitializeWritesTheThreeMatricesOnlyWithTheFlag) {
+  const TemporaryDirectory temporary;
+  const std::filesystem::path directory = temporary.path() / "nested" / "dump";
+  Module::Parameters parameters = WithAlpha(0.5);
+  parameters.debug_dump_dir = directory.string();
+
+  Module quiet(parameters);
+  quiet.Initialize(Identity());
+  EXPECT_FALSE(std::filesystem::exists(temporary.path() / "nested"));
+
+  parameters.debug_dump = true;
+  Module module(parameters);
+  Module::InitializationData data = Identity();
+  data.responses.rows[0][1] = 1.0;  // F = (1 1; 0 1), F Ft = (2 1; 1 1)
+  module.Initialize(data);
+  EXPECT_EQ(ReadCsv(directory / "algorithm_input_response_matrix.csv"),
+            (std::vector<std::vector<double>>{{1, 1}, {0, 1}}));
+  EXPECT_EQ(ReadCsv(directory / "algorithm_input_response_matrix_response_matrix_transpose.csv"),
+            (std::vector<std::vector<double>>{{2, 1}, {1, 1}}));
+  // (2.25 1; 1 1.25)^-1 = (1.25 -1; -1 2.25) / 1.8125, six digits.
+  EXPECT_EQ(ReadCsv(directory / "tikhonov_divisor.csv"),
+            (std::vector<std::vector<double>>{{0.689655, -0.551724}, {-0.551724, 1.24138}}));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory),
+                          std::filesystem::directory_iterator()),
+            3);
+}
+
+}  // namespace
