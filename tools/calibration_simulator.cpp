@@ -4,6 +4,7 @@
 
 #include <kelto/common/three_parameters_function.h>
 #include <kelto/common/version.h>
+#include <kelto/hyperspectral/correction/pm_spectral_correction_computation.h>
 
 namespace kelto::tools {
 
@@ -162,6 +163,56 @@ BandInfo CalibrationSimulator::Band(const SimulatedFilter& filter, unsigned long
   return band;
 }
 
+hyperspectral::CorrectionMatrix CalibrationSimulator::TruePeakCorrection(
+    const SensorCalibration& calibration) {
+  using hyperspectral::PM_SpectralCorrectionComputation;
+  const std::vector<double>& grid = calibration.filter_info.calibration_info.sample_points_nm;
+  const unsigned long band_count = calibration.filter_info.GetTotalNrBands();
+
+  PM_SpectralCorrectionComputation::InitializationData data;
+  data.responses = datatypes::Matrix<double>(band_count, grid.size(), 0.0);
+  data.wavelengths = datatypes::ColumnVector<double>(grid.size(), 0.0);
+  data.optical_response = datatypes::ColumnVector<double>(grid.size(), 1.0);
+  data.energies = datatypes::ColumnVector<double>(band_count, 1.0);
+  for (std::size_t i = 0; i < grid.size(); ++i) {
+    data.wavelengths[i] = grid[i];
+  }
+  std::vector<PM_SpectralCorrectionComputation::PeakInfo> peaks;
+  for (unsigned long b = 0; b < band_count; ++b) {
+    const BandInfo& band = calibration.filter_info.GetBand(b);
+    std::copy(band.response.begin(), band.response.end(), data.responses.rows[b]);
+    PM_SpectralCorrectionComputation::PeakInfo peak;
+    peak.wavelength = band.peaks.front().wavelength_nm;
+    peak.fwhm = band.peaks.front().fwhm_nm;
+    peak.row = b;
+    peak.band = b;
+    peak.shape = hyperspectral::Distributions::DB_GAUSSIAN;
+    peaks.push_back(peak);
+  }
+
+  PM_SpectralCorrectionComputation inversion{PM_SpectralCorrectionComputation::Parameters()};
+  inversion.Initialize(data);
+  datatypes::Matrix<double> coefficients;
+  inversion.ComputeCorrectionMatrix(coefficients, peaks);
+  inversion.Deallocate();
+
+  hyperspectral::CorrectionMatrix matrix;
+  matrix.created = calibration.modified;
+  matrix.name = "true_peaks";
+  matrix.algorithm = hyperspectral::CorrectionAlgorithms::CA_M0;
+  matrix.algorithm_version = {1, 0};
+  matrix.type = hyperspectral::CorrectionMatrixTypes::CT_REFLECTANCE;
+  for (std::size_t r = 0; r < peaks.size(); ++r) {
+    hyperspectral::CorrectionMatrix::VirtualBand virtual_band;
+    virtual_band.wavelength_nm = peaks[r].wavelength;
+    virtual_band.fwhm_nm = peaks[r].fwhm;
+    virtual_band.coefficients.assign(coefficients.rows[r],
+                                     coefficients.rows[r] + coefficients.column_count);
+    matrix.virtual_bands.push_back(virtual_band);
+  }
+  return matrix;
+}
+
 std::vector<SensorCalibration> CalibrationSimulator::Samples() {
   std::vector<SensorCalibration> samples;
   const std::vector<double> visible = Grid(400.0, 1000.0);
@@ -171,6 +222,8 @@ std::vector<SensorCalibration> CalibrationSimulator::Samples() {
   mosaic4.filter_info.calibration_info.sample_points_nm = visible;
   mosaic4.filter_info.filter_zones.push_back(
       Zone(FilterZone::MOSAIC, 0, {0, 0, 2048, 1088}, 4, 4, 470, 620, 10, 13, visible, false));
+  mosaic4.system_info.spectral_correction_info.correction_matrices.push_back(
+      TruePeakCorrection(mosaic4));
   samples.push_back(mosaic4);
 
   SensorCalibration mosaic5 = Calibration("17.5.5.2");

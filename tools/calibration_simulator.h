@@ -34,6 +34,11 @@ class CalibrationSimulator {
                                                   const std::vector<double>& grid_nm, bool ingaas);
   // Quantum efficiency of the detector at a wavelength, as a fraction.
   static double QuantumEfficiency(double wavelength_nm, bool ingaas);
+
+  // A correction matrix computed by the library's inversion from the calibration's responses,
+  // with one virtual band per band: a Gaussian target at the band's true main peak and width.
+  static hyperspectral::CorrectionMatrix TruePeakCorrection(
+      const hyperspectral::SensorCalibration& calibration);
 };
 
 }  // namespace kelto::tools

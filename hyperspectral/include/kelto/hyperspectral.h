@@ -22,4 +22,5 @@
 #include <kelto/hyperspectral/correction/spline_interpolation.h>
 #include <kelto/hyperspectral/correction/correction_function.h>
 #include <kelto/hyperspectral/correction/pm_spectral_correction_computation.h>
+#include <kelto/hyperspectral/access/data_accessor.h>
 #include <kelto/hyperspectral/access/spectrum_operations.h>

@@ -25,7 +25,8 @@ class KELTO_COMMON_EXPORT StatedObject {
  protected:
   // Atomic so that a caller may ask for the state while another thread runs an operation that
   // changes it; derived classes still assign it directly ("object_state = OS_BUSY").
-  std::atomic<eObjectState> object_state{OS_STOPPED};
+  // Mutable: the const reads of a controller mark it busy while they take samples.
+  mutable std::atomic<eObjectState> object_state{OS_STOPPED};
 };
 
 }  // namespace kelto::common

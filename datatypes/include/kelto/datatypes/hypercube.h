@@ -1,0 +1,48 @@
+// A band image whose bands lie on the wavelength axis, holding its samples in memory. This is the
+// image that callers hand to the data access of the hyperspectral library.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include <kelto/datatypes/abstract_band_image.h>
+#include <kelto/datatypes/export.h>
+
+namespace kelto::datatypes {
+
+class KELTO_DATATYPES_EXPORT Hypercube : public AbstractBandImage {
+ public:
+  // Zeroed storage for format.width x format.height x format.GetNrOfBands() samples of
+  // format.element_size bytes, band sequential for interleave 0 and by pixel for every other
+  // value. Throws std::invalid_argument when element_size is not the size of a known data_type
+  // (unknown codes take any size, since no reader interprets them), std::length_error when the
+  // samples or their tables would not fit in memory.
+  explicit Hypercube(BandImageDataFormat const& format);
+  ~Hypercube() override;
+
+  // The storage tables point into this object's own block.
+  Hypercube(Hypercube const&) = delete;
+  Hypercube& operator=(Hypercube const&) = delete;
+
+  const BandImageDataFormat& GetDataFormat() const override { return format_; }
+  const BandImageDataInfo& GetDataInfo() const override { return info_; }
+  BandImageDataInfo& GetDataInfo() override { return info_; }
+  // The same record as GetDataInfo, with the flag that only a hypercube has.
+  virtual const HypercubeDataInfo& GetHypercubeInfo() const { return info_; }
+  virtual HypercubeDataInfo& GetHypercubeInfo() { return info_; }
+  BandStorageMixin* GetBandStorage() const override { return storage_.get(); }
+  BandStorageMixin* GetBandStorage() override { return storage_.get(); }
+
+  // The whole sample block, in the storage order of the format.
+  unsigned char* GetSamples() { return samples_.data(); }
+  const unsigned char* GetSamples() const { return samples_.data(); }
+  unsigned long GetSampleBytes() const { return samples_.size(); }
+
+ private:
+  BandImageDataFormat format_;
+  HypercubeDataInfo info_;
+  std::vector<unsigned char> samples_;
+  std::unique_ptr<BandStorageMixin> storage_;
+};
+
+}  // namespace kelto::datatypes

@@ -1,0 +1,79 @@
+#include <kelto/datatypes/run_length_encoding.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace kelto::datatypes {
+namespace {
+
+using Pixels = std::vector<std::pair<int, int>>;
+
+TEST(RunLengthEncoding, RasterizeListsPixelsInRunOrder) {
+  RunLengthEncoding encoding;
+  encoding.AddRun(5, 2, 3);
+  encoding.AddRun(-2, -1, 2);
+  encoding.AddRun(0, 7, 1);
+  EXPECT_EQ(encoding.GetNrOfPixels(), 6UL);
+  EXPECT_EQ(RunLengthEncodingOperations::Rasterize(encoding),
+            (Pixels{{5, 2}, {6, 2}, {7, 2}, {-2, -1}, {-1, -1}, {0, 7}}));
+}
+
+TEST(RunLengthEncoding, OverlappingRunsAreKeptAsGiven) {
+  RunLengthEncoding encoding;
+  encoding.AddRun(0, 0, 2);
+  encoding.AddRun(1, 0, 2);
+  EXPECT_EQ(encoding.GetRuns().size(), 2UL);
+  EXPECT_EQ(encoding.GetNrOfPixels(), 4UL);
+  EXPECT_EQ(RunLengthEncodingOperations::Rasterize(encoding),
+            (Pixels{{0, 0}, {1, 0}, {1, 0}, {2, 0}}));
+}
+
+TEST(RunLengthEncoding, EmptyAndClearedEncodingsHaveNoPixels) {
+  RunLengthEncoding encoding;
+  EXPECT_TRUE(encoding.IsEmpty());
+  EXPECT_TRUE(RunLengthEncodingOperations::Rasterize(encoding).empty());
+  encoding.AddRun(3, 4, 5);
+  EXPECT_FALSE(encoding.IsEmpty());
+  encoding.Clear();
+  EXPECT_TRUE(encoding.IsEmpty());
+  EXPECT_EQ(encoding.GetNrOfPixels(), 0UL);
+}
+
+TEST(RunLengthEncoding, RunsMustBePositiveAndEndWithinInt) {
+  constexpr int kMax = std::numeric_limits<int>::max();
+  RunLengthEncoding encoding;
+  EXPECT_THAT([&] { encoding.AddRun(0, 0, 0); },
+              ::testing::ThrowsMessage<std::invalid_argument>(
+                  ::testing::HasSubstr("run length 0 is not positive")));
+  EXPECT_THROW(encoding.AddRun(0, 0, -3), std::invalid_argument);
+  EXPECT_THROW(encoding.AddRun(kMax, 0, 2), std::invalid_argument);
+  EXPECT_THROW(encoding.AddRun(2, 0, kMax), std::invalid_argument);
+  EXPECT_TRUE(encoding.IsEmpty());
+
+  encoding.AddRun(kMax - 1, 0, 2);
+  encoding.AddRun(1, 0, kMax);
+  encoding.AddRun(std::numeric_limits<int>::min(), 0, kMax);
+  EXPECT_EQ(encoding.GetNrOfPixels(), 2UL + 2UL * static_cast<unsigned long>(kMax));
+  EXPECT_EQ(encoding.GetRuns().front(), (RunLengthEncoding::Run{kMax - 1, 0, 2}));
+}
+
+TEST(RunLengthEncoding, EqualityComparesRunsInOrder) {
+  RunLengthEncoding a;
+  RunLengthEncoding b;
+  EXPECT_EQ(a, b);
+  a.AddRun(1, 2, 3);
+  a.AddRun(4, 5, 6);
+  b.AddRun(4, 5, 6);
+  b.AddRun(1, 2, 3);
+  EXPECT_NE(a, b);
+  RunLengthEncoding c = a;
+  EXPECT_EQ(a, c);
+}
+
+}  // namespace
+}  // namespace kelto::datatypes

@@ -1,0 +1,91 @@
+// Reads bands and corrected spectra out of a band image. The caller sets the accessor up while it
+// is stopped (an image, optionally a correction matrix), starts it, which builds the output format
+// and the dense coefficients once, and reads while it runs. Image and matrix stay the caller's and
+// must outlive their use here. Reads are serialised by the accessor's lock.
+#pragma once
+
+#include <Eigen/Core>
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include <kelto/common/controller_module.h>
+#include <kelto/datatypes/abstract_band_image.h>
+#include <kelto/datatypes/band_image_data_format.h>
+#include <kelto/hyperspectral/calibration/correction_matrix.h>
+#include <kelto/hyperspectral/export.h>
+
+namespace kelto::hyperspectral {
+
+class KELTO_HYPERSPECTRAL_EXPORT DataAccessor : public common::ControllerModule {
+ public:
+  using Pixel = std::pair<int, int>;  // x, y
+
+  explicit DataAccessor(datatypes::AbstractBandImage* data);
+  ~DataAccessor() override;
+  DataAccessor(DataAccessor const&) = delete;
+  DataAccessor& operator=(DataAccessor const&) = delete;
+
+  // Set-up, allowed while stopped only; they store the pointers, and the next start gives them
+  // effect.
+  void SetData(datatypes::AbstractBandImage* data);
+  void SetCorrectionMatrix(const CorrectionMatrix* correction_matrix);
+  // Stops, forgets image and matrix, and releases everything built by the start.
+  void Reset();
+
+  // The image's data record; std::logic_error without an image.
+  const datatypes::BandImageDataInfo& GetDataInfo() const;
+  // The format of what the reads hand out (doubles, real values, the virtual bands when a matrix
+  // applies); null before the first start.
+  const datatypes::BandImageDataFormat* GetDataFormat() const { return data_format.get(); }
+
+  // The scaled, and where a matrix applies corrected, spectrum of a pixel. std::runtime_error
+  // "out of range pixel" outside the image. An unknown sample type throws std::logic_error
+  // "Unexpected output data type." and leaves the accessor busy: it refuses further reads until
+  // it is stopped.
+  std::vector<double> GetSpectrum(const Pixel& pixel) const;
+  // GetSpectrum of each pixel, in order, under one lock. Every pixel is tested before the image
+  // is touched.
+  std::vector<std::vector<double>> GetSpectrums(const std::vector<Pixel>& pixels) const;
+  // One band of the image (never corrected), scaled, fill values kept; pixels and band are tested
+  // first ("out of range pixel", "out of range band").
+  std::vector<double> GetBand(const std::vector<Pixel>& pixels, const unsigned long& band) const;
+  // Replaces spectrum with the result of the latest correction made by GetSpectrum or
+  // GetSpectrums; the values passed in are not used. Does nothing to an empty spectrum; throws
+  // std::logic_error when no correction coefficients were built.
+  void CorrectSpectrum(std::vector<double>& spectrum) const;
+  // Gaussian smoothing over wavelength with a full width at half maximum of 15 nm; values equal
+  // to the image's fill value neither take part nor change. wavelengths must be at least as long
+  // as spectrum (std::invalid_argument otherwise). Takes no lock.
+  void SmoothenSpectrum(std::vector<double>& spectrum, const std::vector<double>& wavelengths) const;
+
+ protected:
+  // Builds the output format and, for a hypercube with a matrix, the dense coefficients.
+  // std::runtime_error "Cannot initialize : data not set." without an image; std::runtime_error
+  // when a virtual band has fewer coefficients than the image has bands.
+  void _Initialize() override;
+  void _Start() override {}
+  void _Pause() override {}
+  void _Stop() override {}
+
+ private:
+  template <typename T>
+  std::vector<double> _GetSpectrum(const Pixel& pixel) const;
+  template <typename T>
+  std::vector<double> _GetBandData(const std::vector<Pixel>& pixels,
+                                   const unsigned long& band) const;
+  std::vector<double> _ProcessSpectrum(const std::vector<double>& raw) const;
+  std::vector<double> _ApplySpectralCorrection(const std::vector<double>& spectrum) const;
+  // Throws "out of range pixel" unless 0 <= x < width and 0 <= y < height.
+  void _TestPixel(const Pixel& pixel) const;
+
+  datatypes::AbstractBandImage* data = nullptr;
+  std::unique_ptr<datatypes::BandImageDataFormat> data_format;
+  const CorrectionMatrix* correction_matrix = nullptr;
+  std::unique_ptr<Eigen::MatrixXd> correction_coefficients;
+  // The latest correction; written by const reads, under the lock.
+  mutable std::unique_ptr<Eigen::VectorXd> corrected_spectrum;
+};
+
+}  // namespace kelto::hyperspectral

@@ -1,0 +1,141 @@
+#include "scene_simulator.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <iomanip>
+#include <sstream>
+#include <stdexcept>
+
+namespace kelto::tools {
+
+namespace {
+
+double Sigmoid(double x) { return 1.0 / (1.0 + std::exp(-x)); }
+
+double Gauss(double x, double centre, double sigma) {
+  const double u = (x - centre) / sigma;
+  return std::exp(-0.5 * u * u);
+}
+
+// The integral of f over the grid by the trapezoid rule.
+template <typename F>
+double Integral(const std::vector<double>& grid, F f) {
+  double sum = 0.0;
+  for (std::size_t i = 1; i < grid.size(); ++i) {
+    sum += 0.5 * (f(i - 1) + f(i)) * (grid[i] - grid[i - 1]);
+  }
+  return sum;
+}
+
+const char* const kMaterials[] = {"vegetation", "soil", "water", "grey"};
+
+}  // namespace
+
+SceneSimulator::SceneSimulator(const hyperspectral::SensorCalibration& calibration)
+    : grid_nm_(calibration.filter_info.calibration_info.sample_points_nm) {
+  for (const auto& zone : calibration.filter_info.filter_zones) {
+    for (const auto& band : zone.bands) {
+      if (band.response.size() != grid_nm_.size() || band.peaks.empty()) {
+        throw std::invalid_argument("scene: every band needs a measured response and a peak");
+      }
+      bands_.push_back(&band);
+    }
+  }
+  const int half = (kSize - 2 * kBorder) / 2;
+  patches_ = {{"vegetation", kBorder, kBorder, half, half},
+              {"soil", kBorder + half, kBorder, half, half},
+              {"water", kBorder, kBorder + half, half, half},
+              {"grey", kBorder + half, kBorder + half, half, half}};
+  // The brightest band of the brightest material lands near 40000 of the 65535 counts.
+  double brightest = 0.0;
+  for (const char* material : kMaterials) {
+    const std::vector<double> values = BandValues(material);
+    brightest = std::max(brightest, *std::max_element(values.begin(), values.end()));
+  }
+  scale_ = std::floor(40000.0 / brightest);
+}
+
+double SceneSimulator::Reflectance(const std::string& material, double wavelength_nm) {
+  const double w = wavelength_nm;
+  if (material == "vegetation") {
+    // Chlorophyll: a green peak between blue and red absorption, then the red edge near 715 nm.
+    return 0.04 + 0.08 * Gauss(w, 550.0, 30.0) + 0.46 * Sigmoid((w - 715.0) / 12.0);
+  }
+  if (material == "soil") {
+    return 0.10 + 0.25 * (w - 400.0) / 600.0;
+  }
+  if (material == "water") {
+    return 0.005 + 0.075 * std::exp(-(w - 400.0) / 110.0);
+  }
+  if (material == "grey") {
+    return 0.30;
+  }
+  throw std::invalid_argument("scene: unknown material \"" + material + "\"");
+}
+
+std::vector<double> SceneSimulator::BandValues(const std::string& material) const {
+  std::vector<double> values;
+  for (const auto* band : bands_) {
+    values.push_back(scale_ * Integral(grid_nm_, [&](std::size_t i) {
+                       return band->response[i] * Reflectance(material, grid_nm_[i]);
+                     }));
+  }
+  return values;
+}
+
+void SceneSimulator::WriteEnvi(const std::string& stem) const {
+  std::vector<std::vector<unsigned short>> counts;
+  for (const Patch& patch : patches_) {
+    std::vector<unsigned short> quantised;
+    for (double value : BandValues(patch.name)) {
+      quantised.push_back(static_cast<unsigned short>(std::lround(value)));
+    }
+    counts.push_back(quantised);
+  }
+
+  std::ofstream raw(stem + ".raw", std::ios::binary | std::ios::trunc);
+  for (std::size_t b = 0; b < bands_.size(); ++b) {
+    for (int y = 0; y < kSize; ++y) {
+      for (int x = 0; x < kSize; ++x) {
+        unsigned short value = kFillValue;
+        for (std::size_t p = 0; p < patches_.size(); ++p) {
+          const Patch& patch = patches_[p];
+          if (x >= patch.x && x < patch.x + patch.width && y >= patch.y &&
+              y < patch.y + patch.height) {
+            value = counts[p][b];
+          }
+        }
+        // Little endian, as "byte order = 0" says, whatever the machine's order.
+        const char bytes[2] = {static_cast<char>(value & 0xFF), static_cast<char>(value >> 8)};
+        raw.write(bytes, 2);
+      }
+    }
+  }
+  raw.close();
+
+  std::ostringstream wavelengths;
+  std::ostringstream widths;
+  for (std::size_t b = 0; b < bands_.size(); ++b) {
+    const auto& peak = bands_[b]->peaks.front();
+    wavelengths << (b == 0 ? "" : ", ") << peak.wavelength_nm;
+    widths << (b == 0 ? "" : ", ") << peak.fwhm_nm;
+  }
+  std::ofstream header(stem + ".hdr", std::ios::trunc);
+  header << "ENVI\n"
+         << "description = {kelto-sim scene: vegetation, soil, water and grey patches}\n"
+         << "samples = " << kSize << "\nlines = " << kSize << "\nbands = " << bands_.size()
+         << "\nheader offset = 0\nfile type = ENVI Standard\ndata type = 12\n"
+         << "interleave = bsq\nbyte order = 0\n"
+         << "data ignore value = " << kFillValue << "\n"
+         << "reflectance scale factor = " << std::setprecision(17) << scale_ << "\n"
+         << "wavelength units = Nanometers\n"
+         << "wavelength = {" << wavelengths.str() << "}\n"
+         << "fwhm = {" << widths.str() << "}\n";
+  header.close();
+  if (!raw || !header) {
+    throw std::runtime_error("scene: cannot write " + stem + ".raw/.hdr");
+  }
+}
+
+}  // namespace kelto::tools

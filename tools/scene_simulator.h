@@ -1,0 +1,51 @@
+// A small simulated scene with ground truth, seen through a calibrated filter sensor: patches of
+// known reflectance spectra, each band value the integral of the band's response times the
+// spectrum, scaled and quantised to unsigned 16 bits, framed by a border of "no data". Written as
+// an ENVI cube (raw band-sequential samples and a text header). The demo and the accuracy
+// figures of the correction are measured on it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <kelto/hyperspectral/calibration/sensor_calibration.h>
+
+namespace kelto::tools {
+
+class SceneSimulator {
+ public:
+  struct Patch {
+    std::string name;
+    int x, y, width, height;  // pixels of the scene
+  };
+
+  static constexpr int kSize = 64;
+  static constexpr int kBorder = 4;
+  static constexpr unsigned short kFillValue = 65535;
+
+  explicit SceneSimulator(const hyperspectral::SensorCalibration& calibration);
+
+  // Reflectance of a patch's material at a wavelength: "vegetation" (green peak, red edge),
+  // "soil" (a rising ramp), "water" (dark, falling) and "grey" (flat). Throws
+  // std::invalid_argument for another name.
+  static double Reflectance(const std::string& material, double wavelength_nm);
+  const std::vector<Patch>& Patches() const { return patches_; }
+
+  // The stored value of every band for a material, before quantisation: scale times the
+  // integral of the band's response times the reflectance over the calibration grid.
+  std::vector<double> BandValues(const std::string& material) const;
+  // Stored samples divide by this to give the integrals.
+  double Scale() const { return scale_; }
+
+  // Writes `<stem>.raw` and `<stem>.hdr` (ENVI, unsigned 16-bit, band sequential, with "data
+  // ignore value", "reflectance scale factor", "wavelength" and "fwhm" of the bands' main peaks).
+  void WriteEnvi(const std::string& stem) const;
+
+ private:
+  std::vector<const hyperspectral::FilterZone::BandInfo*> bands_;
+  std::vector<double> grid_nm_;
+  std::vector<Patch> patches_;
+  double scale_ = 1.0;
+};
+
+}  // namespace kelto::tools
