@@ -1,6 +1,8 @@
 #include "calibration_simulator.h"
 
+#include <algorithm>
 #include <cmath>
+#include <stdexcept>
 
 #include <kelto/common/three_parameters_function.h>
 #include <kelto/common/version.h>
@@ -163,6 +165,53 @@ BandInfo CalibrationSimulator::Band(const SimulatedFilter& filter, unsigned long
   return band;
 }
 
+hyperspectral::OpticalComponent CalibrationSimulator::Bandpass(double start_nm, double end_nm,
+                                                               const std::vector<double>& grid_nm) {
+  hyperspectral::OpticalComponent filter;
+  filter.type = hyperspectral::OpticalComponents::OC_BANDPASS_FILTER;
+  filter.manufacturer = "kelto-sim";
+  filter.part_id = "BP-" + std::to_string(static_cast<int>(start_nm)) + "-" +
+                   std::to_string(static_cast<int>(end_nm));
+  filter.tag = "bandpass";
+  filter.description = "simulated interference bandpass filter";
+  filter.measurement = "simulated";
+  filter.measured = common::time::DateFromString("2026-01-10");
+  filter.sample_points_nm = grid_nm;
+  for (double wavelength : grid_nm) {
+    // Steep interference edges, 95 % in the pass band, 0.1 % blocking outside.
+    const double edge = 1.0 / (1.0 + std::exp(-(wavelength - start_nm) / 2.5)) /
+                        (1.0 + std::exp((wavelength - end_nm) / 2.5));
+    filter.response.push_back(0.001 + 0.949 * edge);
+  }
+  filter.transmission_range_start_nm = start_nm;
+  filter.transmission_range_end_nm = end_nm;
+  return filter;
+}
+
+std::vector<double> CalibrationSimulator::OpticsTransmission(const SensorCalibration& calibration) {
+  const std::vector<double>& grid = calibration.filter_info.calibration_info.sample_points_nm;
+  std::vector<double> transmission(grid.size(), 1.0);
+  for (const auto& component : calibration.system_info.optical_components) {
+    const std::vector<double>& x = component.sample_points_nm;
+    const std::vector<double>& t = component.response;
+    if (x.size() != t.size() || x.empty()) {
+      throw std::invalid_argument("optics: component \"" + component.part_id +
+                                  "\" has no usable transmission curve");
+    }
+    for (std::size_t i = 0; i < grid.size(); ++i) {
+      const auto upper = std::lower_bound(x.begin(), x.end(), grid[i]);
+      double value = upper == x.end() ? t.back() : t[static_cast<std::size_t>(upper - x.begin())];
+      if (upper != x.begin() && upper != x.end() && *upper != grid[i]) {
+        const auto k = static_cast<std::size_t>(upper - x.begin());
+        const double f = (grid[i] - x[k - 1]) / (x[k] - x[k - 1]);
+        value = t[k - 1] + f * (t[k] - t[k - 1]);
+      }
+      transmission[i] *= value;
+    }
+  }
+  return transmission;
+}
+
 hyperspectral::CorrectionMatrix CalibrationSimulator::TruePeakCorrection(
     const SensorCalibration& calibration) {
   using hyperspectral::PM_SpectralCorrectionComputation;
@@ -173,14 +222,19 @@ hyperspectral::CorrectionMatrix CalibrationSimulator::TruePeakCorrection(
   data.responses = datatypes::Matrix<double>(band_count, grid.size(), 0.0);
   data.wavelengths = datatypes::ColumnVector<double>(grid.size(), 0.0);
   data.optical_response = datatypes::ColumnVector<double>(grid.size(), 1.0);
+  const std::vector<double> optics = OpticsTransmission(calibration);
   data.energies = datatypes::ColumnVector<double>(band_count, 1.0);
   for (std::size_t i = 0; i < grid.size(); ++i) {
     data.wavelengths[i] = grid[i];
+    data.optical_response[i] = optics[i];
   }
   std::vector<PM_SpectralCorrectionComputation::PeakInfo> peaks;
   for (unsigned long b = 0; b < band_count; ++b) {
     const BandInfo& band = calibration.filter_info.GetBand(b);
-    std::copy(band.response.begin(), band.response.end(), data.responses.rows[b]);
+    // What the bands see is their response through the optics.
+    for (std::size_t i = 0; i < grid.size(); ++i) {
+      data.responses.rows[b][i] = band.response[i] * optics[i];
+    }
     PM_SpectralCorrectionComputation::PeakInfo peak;
     peak.wavelength = band.peaks.front().wavelength_nm;
     peak.fwhm = band.peaks.front().fwhm_nm;
@@ -202,6 +256,7 @@ hyperspectral::CorrectionMatrix CalibrationSimulator::TruePeakCorrection(
   matrix.algorithm = hyperspectral::CorrectionAlgorithms::CA_M0;
   matrix.algorithm_version = {1, 0};
   matrix.type = hyperspectral::CorrectionMatrixTypes::CT_REFLECTANCE;
+  matrix.optical_components = calibration.system_info.optical_components;
   for (std::size_t r = 0; r < peaks.size(); ++r) {
     hyperspectral::CorrectionMatrix::VirtualBand virtual_band;
     virtual_band.wavelength_nm = peaks[r].wavelength;
@@ -222,6 +277,7 @@ std::vector<SensorCalibration> CalibrationSimulator::Samples() {
   mosaic4.filter_info.calibration_info.sample_points_nm = visible;
   mosaic4.filter_info.filter_zones.push_back(
       Zone(FilterZone::MOSAIC, 0, {0, 0, 2048, 1088}, 4, 4, 470, 620, 10, 13, visible, false));
+  mosaic4.system_info.optical_components.push_back(Bandpass(460.0, 630.0, visible));
   mosaic4.system_info.spectral_correction_info.correction_matrices.push_back(
       TruePeakCorrection(mosaic4));
   samples.push_back(mosaic4);

@@ -35,8 +35,19 @@ class CalibrationSimulator {
   // Quantum efficiency of the detector at a wavelength, as a fraction.
   static double QuantumEfficiency(double wavelength_nm, bool ingaas);
 
-  // A correction matrix computed by the library's inversion from the calibration's responses,
-  // with one virtual band per band: a Gaussian target at the band's true main peak and width.
+  // A bandpass filter in front of the sensor that passes start_nm to end_nm (half-transmission
+  // edges) and blocks the rest, as the visible mosaics carry to keep leakage and neighbouring
+  // orders out.
+  static hyperspectral::OpticalComponent Bandpass(double start_nm, double end_nm,
+                                                  const std::vector<double>& grid_nm);
+  // The transmission of all optical components of the calibration on its grid (1 without any);
+  // components sampled on another grid are interpolated linearly.
+  static std::vector<double> OpticsTransmission(
+      const hyperspectral::SensorCalibration& calibration);
+
+  // A correction matrix computed by the library's inversion from the calibration's responses
+  // seen through its optics, with one virtual band per band: a Gaussian target at the band's
+  // true main peak and width.
   static hyperspectral::CorrectionMatrix TruePeakCorrection(
       const hyperspectral::SensorCalibration& calibration);
 };

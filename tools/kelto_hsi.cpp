@@ -3,13 +3,17 @@
 // same with the bands, peaks and correction matrices spelled out.
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
+#include <cmath>
 #include <iomanip>
 #include <iostream>
+#include <limits>
 #include <stdexcept>
 
 #include <kelto/hyperspectral.h>
 
+#include "hypercube_loader.h"
 #include "record_kinds.h"
 
 namespace {
@@ -18,8 +22,16 @@ using kelto::common::XMLSerializableInterface;
 using ParsingResult = XMLSerializableInterface::ParsingResult;
 using Event = ParsingResult::Event;
 
-// Exit codes of `check`: the summary state of the read, or that the file can't be read at all.
-enum ExitCode : int { kOk = 0, kWarnings = 1, kErrors = 2, kUnreadable = 3 };
+// Exit codes: for `check` and `info` the summary state of the read, or that the file can't be
+// read at all; `spectrum` adds the image's problems (CubeError's codes) and these.
+enum ExitCode : int {
+  kOk = 0,
+  kWarnings = 1,
+  kErrors = 2,
+  kUnreadable = 3,
+  kPixelOutside = 7,
+  kNoMatrix = 8,
+};
 
 // Reads nothing but the name of the root element, through the same safe parser as the records.
 class RootProbe : public XMLSerializableInterface {
@@ -84,6 +96,120 @@ int Check(const std::string& file, bool detailed) {
   }
 }
 
+struct SpectrumRequest {
+  std::string calibration;
+  std::string image;
+  std::pair<int, int> pixel{0, 0};
+  std::string matrix;  // empty: the calibration's first
+  bool raw = false;    // the scaled spectrum of the image's bands, uncorrected
+  bool json = false;
+};
+
+int Spectrum(const SpectrumRequest& request) {
+  using kelto::hyperspectral::CorrectionMatrix;
+  kelto::hyperspectral::SensorCalibration calibration;
+  ParsingResult result;
+  calibration.ReadFile(result, request.calibration);
+  if (result.state() >= ParsingResult::Error) {
+    std::cerr << "kelto-hsi: " << request.calibration << ": the calibration is in error:\n";
+    for (const Event& event : result.events()) {
+      if (event.state != ParsingResult::Ok) {
+        std::cerr << "  " << event.ToString() << '\n';
+      }
+    }
+    return kUnreadable;
+  }
+
+  const auto& matrices = calibration.system_info.spectral_correction_info.correction_matrices;
+  const CorrectionMatrix* matrix = nullptr;
+  if (!request.raw) {
+    for (const CorrectionMatrix& candidate : matrices) {
+      if (request.matrix.empty() || candidate.name == request.matrix) {
+        matrix = &candidate;
+        break;
+      }
+    }
+    if (matrix == nullptr) {
+      std::cerr << "kelto-hsi: " << request.calibration << ": "
+                << (request.matrix.empty() ? std::string("holds no correction matrix")
+                                           : "has no correction matrix \"" + request.matrix + "\"")
+                << " (use --raw for the uncorrected spectrum)\n";
+      return kNoMatrix;
+    }
+  }
+
+  std::unique_ptr<kelto::datatypes::Hypercube> cube;
+  try {
+    cube = kelto::tools::LoadHypercube(request.image);
+  } catch (const kelto::tools::CubeError& error) {
+    std::cerr << "kelto-hsi: " << error.what() << '\n';
+    return error.code;
+  }
+  const auto& format = cube->GetDataFormat();
+  const auto [x, y] = request.pixel;
+  if (x < 0 || y < 0 || static_cast<unsigned long>(x) >= format.width ||
+      static_cast<unsigned long>(y) >= format.height) {
+    std::cerr << "kelto-hsi: " << request.image << ": pixel " << x << "," << y
+              << " lies outside the image of " << format.width << " x " << format.height
+              << " pixels\n";
+    return kPixelOutside;
+  }
+  if (matrix != nullptr) {
+    for (const auto& band : matrix->virtual_bands) {
+      if (band.coefficients.size() != format.GetNrOfBands()) {
+        std::cerr << "kelto-hsi: correction matrix \"" << matrix->name << "\" weighs "
+                  << band.coefficients.size() << " bands, " << request.image << " has "
+                  << format.GetNrOfBands() << ": they do not belong together\n";
+        return kNoMatrix;
+      }
+    }
+  }
+
+  kelto::hyperspectral::DataAccessor accessor(cube.get());
+  accessor.SetCorrectionMatrix(matrix);
+  accessor.Start();
+  std::vector<double> values = accessor.GetSpectrum(request.pixel);
+  const auto& bands = accessor.GetDataFormat()->GetBands();
+
+  // Fill values contaminate a corrected spectrum; say so rather than print it as if sound.
+  const std::vector<double> raw = accessor.GetBand({request.pixel}, 0);
+  std::size_t fill_count = 0;
+  for (unsigned long b = 0; b < format.GetNrOfBands(); ++b) {
+    fill_count += accessor.GetBand({request.pixel}, b).front() == format.fill_value ? 1 : 0;
+  }
+  if (fill_count > 0) {
+    std::cerr << "kelto-hsi: warning: pixel " << x << "," << y << " holds no data in " << fill_count
+              << " of " << format.GetNrOfBands() << " bands\n";
+  }
+
+  const auto wavelength = [&bands](std::size_t i) {
+    const auto* band = i < bands.size()
+                           ? dynamic_cast<const kelto::datatypes::MetricBandInfo*>(bands[i].get())
+                           : nullptr;
+    return band == nullptr ? std::numeric_limits<double>::quiet_NaN() : band->wavelength_nm;
+  };
+  if (request.json) {
+    nlohmann::json spectrum = nlohmann::json::array();
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      spectrum.push_back({{"wavelength_nm", wavelength(i)}, {"value", values[i]}});
+    }
+    const nlohmann::json document = {
+        {"calibration", request.calibration},
+        {"image", request.image},
+        {"pixel", {{"x", x}, {"y", y}}},
+        {"matrix", matrix == nullptr ? nlohmann::json(nullptr) : nlohmann::json(matrix->name)},
+        {"bands_without_data", fill_count},
+        {"spectrum", spectrum}};
+    std::cout << document.dump(2) << '\n';
+    return kOk;
+  }
+  std::cout << "wavelength,value\n" << std::setprecision(8);
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    std::cout << wavelength(i) << ',' << values[i] << '\n';
+  }
+  return kOk;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -111,10 +237,40 @@ int main(int argc, char** argv) {
       "problem.\nExit status as for check.");
   info->add_option("FILE", file, "the record file, e.g. a sensor_calibration")->required();
 
+  SpectrumRequest request;
+  std::string pixel_text;
+  CLI::App* spectrum = app.add_subcommand(
+      "spectrum",
+      "Print the corrected spectrum of one pixel of an image cube (ENVI, GeoTIFF or any other "
+      "format GDAL reads) as \"wavelength,value\" lines, corrected by a correction matrix of the "
+      "calibration.\nExit status: 0 done, 3 calibration unreadable or in error, 4 image can't be "
+      "opened, 5 unsupported sample type, 6 header and data size disagree, 7 pixel outside the "
+      "image, 8 no such matrix or one that does not fit the image.");
+  spectrum->add_option("CALIBRATION", request.calibration, "the sensor_calibration file")
+      ->required();
+  spectrum->add_option("IMAGE", request.image, "the image cube (an ENVI header or data file)")
+      ->required();
+  spectrum->add_option("--pixel", pixel_text, "the pixel as X,Y, counted from 0")->required();
+  spectrum->add_option("--matrix", request.matrix,
+                       "name of the correction matrix (default: the calibration's first)");
+  spectrum->add_flag("--raw", request.raw, "the scaled spectrum of the image's bands, uncorrected");
+  spectrum->add_flag("--json", request.json, "print a JSON document instead of CSV lines");
+
   CLI11_PARSE(app, argc, argv);
   try {
     if (check->parsed() || info->parsed()) {
       return Check(file, info->parsed());
+    }
+    if (spectrum->parsed()) {
+      const std::size_t comma = pixel_text.find(',');
+      if (comma == std::string::npos ||
+          !kelto::common::Strings::ParseInt(pixel_text.substr(0, comma), request.pixel.first) ||
+          !kelto::common::Strings::ParseInt(pixel_text.substr(comma + 1), request.pixel.second)) {
+        std::cerr << "kelto-hsi: --pixel wants X,Y as two whole numbers, not \"" << pixel_text
+                  << "\"\n";
+        return kPixelOutside;
+      }
+      return Spectrum(request);
     }
   } catch (const std::exception& error) {
     std::cerr << "kelto-hsi: " << error.what() << '\n';

@@ -7,11 +7,15 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "calibration_simulator.h"
+
 namespace kelto::tools {
 
 namespace {
 
-double Sigmoid(double x) { return 1.0 / (1.0 + std::exp(-x)); }
+double Sigmoid(double x) {
+  return 1.0 / (1.0 + std::exp(-x));
+}
 
 double Gauss(double x, double centre, double sigma) {
   const double u = (x - centre) / sigma;
@@ -33,7 +37,8 @@ const char* const kMaterials[] = {"vegetation", "soil", "water", "grey"};
 }  // namespace
 
 SceneSimulator::SceneSimulator(const hyperspectral::SensorCalibration& calibration)
-    : grid_nm_(calibration.filter_info.calibration_info.sample_points_nm) {
+    : grid_nm_(calibration.filter_info.calibration_info.sample_points_nm),
+      optics_(CalibrationSimulator::OpticsTransmission(calibration)) {
   for (const auto& zone : calibration.filter_info.filter_zones) {
     for (const auto& band : zone.bands) {
       if (band.response.size() != grid_nm_.size() || band.peaks.empty()) {
@@ -78,10 +83,19 @@ std::vector<double> SceneSimulator::BandValues(const std::string& material) cons
   std::vector<double> values;
   for (const auto* band : bands_) {
     values.push_back(scale_ * Integral(grid_nm_, [&](std::size_t i) {
-                       return band->response[i] * Reflectance(material, grid_nm_[i]);
+                       return band->response[i] * optics_[i] * Reflectance(material, grid_nm_[i]);
                      }));
   }
   return values;
+}
+
+std::vector<double> SceneSimulator::ResponseAreas() const {
+  std::vector<double> areas;
+  for (const auto* band : bands_) {
+    areas.push_back(
+        Integral(grid_nm_, [&](std::size_t i) { return band->response[i] * optics_[i]; }));
+  }
+  return areas;
 }
 
 void SceneSimulator::WriteEnvi(const std::string& stem) const {

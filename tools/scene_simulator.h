@@ -32,8 +32,12 @@ class SceneSimulator {
   const std::vector<Patch>& Patches() const { return patches_; }
 
   // The stored value of every band for a material, before quantisation: scale times the
-  // integral of the band's response times the reflectance over the calibration grid.
+  // integral of the band's response, the optics' transmission and the reflectance over the
+  // calibration grid.
   std::vector<double> BandValues(const std::string& material) const;
+  // The integral of each band's response through the optics: a band value divided by the scale
+  // and by this is the band's own, uncorrected estimate of the reflectance.
+  std::vector<double> ResponseAreas() const;
   // Stored samples divide by this to give the integrals.
   double Scale() const { return scale_; }
 
@@ -44,6 +48,7 @@ class SceneSimulator {
  private:
   std::vector<const hyperspectral::FilterZone::BandInfo*> bands_;
   std::vector<double> grid_nm_;
+  std::vector<double> optics_;  // transmission of the optics in front of the sensor
   std::vector<Patch> patches_;
   double scale_ = 1.0;
 };

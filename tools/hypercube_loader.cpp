@@ -1,0 +1,274 @@
+#include "hypercube_loader.h"
+
+#include <cpl_conv.h>
+#include <cpl_error.h>
+#include <cpl_vsi.h>
+#include <gdal_priv.h>
+
+#include <cctype>
+#include <cmath>
+#include <filesystem>
+#include <limits>
+#include <mutex>
+#include <vector>
+
+#include <kelto/common/strings.h>
+#include <kelto/datatypes/band_info.h>
+
+namespace kelto::tools {
+
+namespace {
+
+using datatypes::BandImageDataFormat;
+
+// GDAL reports through a process-wide handler; the tools keep it quiet and say what went wrong
+// in their own words, with GDAL's last message as the detail.
+class QuietGdal {
+ public:
+  QuietGdal() {
+    static std::once_flag registered;
+    std::call_once(registered, [] { GDALAllRegister(); });
+    CPLPushErrorHandler(CPLQuietErrorHandler);
+    CPLErrorReset();
+  }
+  ~QuietGdal() { CPLPopErrorHandler(); }
+  QuietGdal(QuietGdal const&) = delete;
+  QuietGdal& operator=(QuietGdal const&) = delete;
+  static std::string LastMessage() {
+    const std::string message = CPLGetLastErrorMsg();
+    return message.empty() ? "GDAL gave no reason" : message;
+  }
+};
+
+struct DatasetCloser {
+  void operator()(GDALDataset* dataset) const { GDALClose(GDALDataset::ToHandle(dataset)); }
+};
+
+// The sample type code of a GDAL band type, 0 for those a hypercube does not hold.
+std::uint32_t SampleType(GDALRasterBand& band) {
+  switch (band.GetRasterDataType()) {
+    case GDT_Byte: {
+      const char* pixel_type = band.GetMetadataItem("PIXELTYPE", "IMAGE_STRUCTURE");
+      return pixel_type != nullptr && std::string(pixel_type) == "SIGNEDBYTE"
+                 ? BandImageDataFormat::kSignedChar
+                 : BandImageDataFormat::kUnsignedChar;
+    }
+    case GDT_Int16:
+      return BandImageDataFormat::kShort;
+    case GDT_UInt16:
+      return BandImageDataFormat::kUnsignedShort;
+    case GDT_Int32:
+      return BandImageDataFormat::kInt;
+    case GDT_UInt32:
+      return BandImageDataFormat::kUnsignedInt;
+    case GDT_Int64:
+      return BandImageDataFormat::kLong;
+    case GDT_UInt64:
+      return BandImageDataFormat::kUnsignedLong;
+    case GDT_Float32:
+      return BandImageDataFormat::kFloat;
+    case GDT_Float64:
+      return BandImageDataFormat::kDouble;
+    default:
+      return BandImageDataFormat::kNoSampleType;
+  }
+}
+
+double MaximumValue(std::uint32_t sample_type) {
+  switch (sample_type) {
+    case BandImageDataFormat::kSignedChar:
+      return std::numeric_limits<signed char>::max();
+    case BandImageDataFormat::kUnsignedChar:
+      return std::numeric_limits<unsigned char>::max();
+    case BandImageDataFormat::kShort:
+      return std::numeric_limits<short>::max();
+    case BandImageDataFormat::kUnsignedShort:
+      return std::numeric_limits<unsigned short>::max();
+    case BandImageDataFormat::kInt:
+      return std::numeric_limits<int>::max();
+    case BandImageDataFormat::kUnsignedInt:
+      return std::numeric_limits<unsigned int>::max();
+    case BandImageDataFormat::kLong:
+      return static_cast<double>(std::numeric_limits<long>::max());
+    case BandImageDataFormat::kUnsignedLong:
+      return static_cast<double>(std::numeric_limits<unsigned long>::max());
+    case BandImageDataFormat::kFloat:
+      return std::numeric_limits<float>::max();
+    default:
+      return std::numeric_limits<double>::max();
+  }
+}
+
+// The numbers of an ENVI list "{470, 480.5, ...}"; empty when the item is missing or unreadable.
+std::vector<double> EnviList(GDALDataset& dataset, const char* item) {
+  const char* text = dataset.GetMetadataItem(item, "ENVI");
+  std::vector<double> values;
+  if (text == nullptr) {
+    return values;
+  }
+  std::string list = text;
+  for (char& c : list) {
+    if (c == '{' || c == '}') {
+      c = ' ';
+    }
+  }
+  if (!common::Strings::ParseDoubles(list, ", \t\r\n", values)) {
+    values.clear();
+  }
+  return values;
+}
+
+// Nanometres per unit of the cube's wavelengths.
+double WavelengthFactor(GDALDataset& dataset) {
+  const char* units = dataset.GetMetadataItem("wavelength_units", "ENVI");
+  const std::string text = units == nullptr ? "" : units;
+  if (text == "Micrometers" || text == "micrometers" || text == "um" || text == "Microns") {
+    return 1000.0;
+  }
+  return 1.0;
+}
+
+// A raw ENVI data file shorter than its header promises: GDAL opens it and then reads zeros or
+// fails, so it is refused here with both sizes.
+void CheckRawSize(GDALDataset& dataset, const std::string& path, unsigned long sample_bytes) {
+  if (dataset.GetDriver() == nullptr ||
+      std::string(dataset.GetDriver()->GetDescription()) != "ENVI") {
+    return;
+  }
+  char** files = dataset.GetFileList();
+  const std::string data_file = files != nullptr && files[0] != nullptr ? files[0] : path;
+  CSLDestroy(files);
+  double offset = 0.0;
+  const char* header_offset = dataset.GetMetadataItem("header_offset", "ENVI");
+  if (header_offset != nullptr) {
+    common::Strings::ParseDouble(header_offset, offset);
+  }
+  VSIStatBufL stat;
+  if (VSIStatL(data_file.c_str(), &stat) != 0) {
+    throw CubeError(CubeError::kCannotOpen, path + ": cannot read the data file " + data_file);
+  }
+  const auto expected =
+      static_cast<unsigned long long>(offset) + static_cast<unsigned long long>(sample_bytes);
+  if (static_cast<unsigned long long>(stat.st_size) < expected) {
+    throw CubeError(CubeError::kSizeMismatch,
+                    path + ": header and data size disagree: the header describes " +
+                        std::to_string(expected) + " bytes, " + data_file + " holds " +
+                        std::to_string(stat.st_size));
+  }
+}
+
+// GDAL opens an ENVI cube by its data file; a user naturally names the header. The data file
+// is the header's stem with no extension or one of the usual ones.
+std::string DataFileOf(const std::string& path) {
+  std::filesystem::path header(path);
+  std::string extension = header.extension().string();
+  for (char& c : extension) {
+    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
+  if (extension != ".hdr") {
+    return path;
+  }
+  std::error_code error;
+  for (const char* candidate : {"", ".raw", ".img", ".dat", ".bsq", ".bil", ".bip"}) {
+    std::filesystem::path data = header;
+    data.replace_extension(candidate);
+    if (std::filesystem::is_regular_file(data, error)) {
+      return data.string();
+    }
+  }
+  throw CubeError(CubeError::kCannotOpen,
+                  path +
+                      ": no data file beside the header (looked for the same name without "
+                      "extension and with .raw, .img, .dat, .bsq, .bil, .bip)");
+}
+
+}  // namespace
+
+std::unique_ptr<datatypes::Hypercube> LoadHypercube(const std::string& named_path) {
+  QuietGdal quiet;
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(named_path, error)) {
+    throw CubeError(CubeError::kCannotOpen, named_path + ": no such file");
+  }
+  const std::string path = DataFileOf(named_path);
+  std::unique_ptr<GDALDataset, DatasetCloser> dataset(GDALDataset::FromHandle(
+      GDALOpenEx(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY, nullptr, nullptr, nullptr)));
+  if (!dataset) {
+    throw CubeError(CubeError::kCannotOpen,
+                    path + ": not an image cube GDAL can read (" + QuietGdal::LastMessage() + ")");
+  }
+  const int band_count = dataset->GetRasterCount();
+  if (band_count < 1) {
+    throw CubeError(CubeError::kUnsupported, path + ": the file holds no bands");
+  }
+  const std::uint32_t sample_type = SampleType(*dataset->GetRasterBand(1));
+  const GDALDataType gdal_type = dataset->GetRasterBand(1)->GetRasterDataType();
+  if (sample_type == BandImageDataFormat::kNoSampleType) {
+    throw CubeError(CubeError::kUnsupported, path + ": unknown data type " +
+                                                 GDALGetDataTypeName(gdal_type) +
+                                                 " (complex samples can't form a spectrum)");
+  }
+  for (int b = 2; b <= band_count; ++b) {
+    if (dataset->GetRasterBand(b)->GetRasterDataType() != gdal_type) {
+      throw CubeError(CubeError::kUnsupported, path + ": bands of different data types");
+    }
+  }
+
+  BandImageDataFormat format;
+  format.data_type = sample_type;
+  format.element_size = BandImageDataFormat::SampleSize(sample_type);
+  format.width = static_cast<unsigned long>(dataset->GetRasterXSize());
+  format.height = static_cast<unsigned long>(dataset->GetRasterYSize());
+  const char* interleave = dataset->GetMetadataItem("INTERLEAVE", "IMAGE_STRUCTURE");
+  format.interleave = interleave != nullptr && std::string(interleave) == "PIXEL"
+                          ? BandImageDataFormat::kBandInterleavedByPixel
+                          : BandImageDataFormat::kBandSequential;
+  format.maximum_value = MaximumValue(sample_type);
+  int has_fill = 0;
+  const double fill = dataset->GetRasterBand(1)->GetNoDataValue(&has_fill);
+  format.fill_value = has_fill ? fill : std::numeric_limits<double>::quiet_NaN();
+  const std::vector<double> scale = EnviList(*dataset, "reflectance_scale_factor");
+  int has_scale = 0;
+  const double gdal_scale = dataset->GetRasterBand(1)->GetScale(&has_scale);
+  if (!scale.empty() && scale.front() > 0.0) {
+    format.scale = scale.front();
+  } else if (has_scale && gdal_scale != 0.0 && gdal_scale != 1.0) {
+    format.scale = 1.0 / gdal_scale;
+  }
+
+  const double factor = WavelengthFactor(*dataset);
+  const std::vector<double> wavelengths = EnviList(*dataset, "wavelength");
+  const std::vector<double> widths = EnviList(*dataset, "fwhm");
+  for (int b = 0; b < band_count; ++b) {
+    const auto index = static_cast<std::size_t>(b);
+    datatypes::HypercubeBandInfo band;
+    band.name = dataset->GetRasterBand(b + 1)->GetDescription();
+    band.wavelength_nm = index < wavelengths.size() ? wavelengths[index] * factor : 0.0;
+    band.fwhm_nm = index < widths.size() ? widths[index] * factor : 0.0;
+    format.AddBand(band);
+  }
+
+  const unsigned long sample_bytes =
+      format.width * format.height * static_cast<unsigned long>(band_count) * format.element_size;
+  CheckRawSize(*dataset, path, sample_bytes);
+
+  auto cube = std::make_unique<datatypes::Hypercube>(format);
+  cube->GetHypercubeInfo().is_normalised = true;
+  const auto size = static_cast<GSpacing>(format.element_size);
+  const auto width = static_cast<GSpacing>(format.width);
+  const auto height = static_cast<GSpacing>(format.height);
+  const bool by_pixel = format.interleave != BandImageDataFormat::kBandSequential;
+  const GSpacing pixel_space = by_pixel ? size * band_count : size;
+  const GSpacing line_space = pixel_space * width;
+  const GSpacing band_space = by_pixel ? size : size * width * height;
+  if (dataset->RasterIO(GF_Read, 0, 0, dataset->GetRasterXSize(), dataset->GetRasterYSize(),
+                        cube->GetSamples(), dataset->GetRasterXSize(), dataset->GetRasterYSize(),
+                        gdal_type, band_count, nullptr, pixel_space, line_space, band_space,
+                        nullptr) != CE_None) {
+    throw CubeError(CubeError::kSizeMismatch,
+                    path + ": the samples can't be read (" + QuietGdal::LastMessage() + ")");
+  }
+  return cube;
+}
+
+}  // namespace kelto::tools
