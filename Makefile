@@ -7,6 +7,7 @@ BUILD_DIR  ?= build
 BUILD_TYPE ?= RelWithDebInfo
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 KELTO_HSI  := $(BUILD_DIR)/tools/kelto-hsi
+KELTO_SIM  := $(BUILD_DIR)/tools/kelto-sim
 SAMPLES    := hyperspectral/tests/data
 
 .PHONY: all deps configure build test demo samples bench format clean
@@ -29,15 +30,20 @@ demo: build
 	@echo "== kelto-hsi info $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml"
 	@$(KELTO_HSI) info $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml
 	@echo
-	@echo "== kelto-hsi check $(SAMPLES)/calibration_info_v1.xml (an older grid form)"
-	@$(KELTO_HSI) check $(SAMPLES)/calibration_info_v1.xml
+	@echo "== kelto-hsi spectrum: the vegetation patch of the sample scene, corrected"
+	@$(KELTO_HSI) spectrum $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml $(SAMPLES)/scene/scene.hdr --pixel 18,18
+	@echo
+	@echo "== kelto-sim evaluate: the same patch beside the truth, and the error over all patches"
+	@$(KELTO_SIM) evaluate $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml $(SAMPLES)/scene/scene.hdr --patch vegetation
 	@echo
 	@echo "== kelto-hsi check $(SAMPLES)/sensor_info_defective.xml (exit status 2 expected)"
 	@$(KELTO_HSI) check $(SAMPLES)/sensor_info_defective.xml; echo "exit status $$?"
 
-# Regenerates the sample calibrations with the simulator; a test checks that they are current.
+# Regenerates the sample calibrations and scene with the simulator; a test checks that the
+# committed ones are current.
 samples: build
-	@$(BUILD_DIR)/tools/kelto-sim calibrations $(SAMPLES)/calibrations
+	@$(KELTO_SIM) calibrations $(SAMPLES)/calibrations
+	@$(KELTO_SIM) scene $(SAMPLES)/scene
 
 bench: build
 	@for b in $(BUILD_DIR)/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
