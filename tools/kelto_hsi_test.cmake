@@ -30,7 +30,7 @@ expect_run(0 ARGS info ${DATA_DIR}/calibrations/VKR9-MZT4x4-470_620.xml
            CONTAINS "VKR9-MZT4x4-470_620" "17.4.4.1" "MOSAIC, area 0,0 2048 x 1088 px, pattern 4 x 4"
                     "601 sample points, 400 to 1000 nm" "470.0/10.0/1  940.0/20.0/2"
                     "1 matrix(es)" "\"true_peaks\", m0 1.0, reflectance, 16 virtual bands"
-                    "64 records read" "state: Ok")
+                    "66 records read" "state: Ok")
 expect_run(0 ARGS info ${DATA_DIR}/calibrations/VKR9-QL150-470_900.xml
            CONTAINS "QL150-470_900, 2 zone(s), 150 bands" "zone 1:" "WEDGE")
 expect_run(0 ARGS check ${DATA_DIR}/calibration_info_v1.xml

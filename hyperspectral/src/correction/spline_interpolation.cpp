@@ -117,7 +117,7 @@ void SplineInterpolation::Process(double* out, const double* x, const double* y,
     }
     const SplineSegment& s = segments[cursor];
     const double dx = t - s.x;
-    out[k] = (dx * dx * dx) * s.d + ((s.b * dx + s.a) + s.c * dx * dx);
+    out[k] = (dx * dx * dx) * s.d + ((s.b * dx + s.a) + s.c * (dx * dx));
   }
   if (clamp) {
     for (unsigned long k = 0; k < ni; ++k) {

@@ -32,16 +32,12 @@ class KELTO_COMMON_EXPORT Parameter : public XMLSerializableInterface {
 
   // A copy of this parameter as its plain kind (a link clones to the kind it extends).
   virtual std::unique_ptr<Parameter> Clone() const = 0;
-  // "real", "integer", "enum", "path" or "string": the kind attribute of the XML form.
-  virtual std::string GetKind() const = 0;
   // A new parameter of the named kind, or null for a name that is not one.
   static std::unique_ptr<Parameter> Create(const std::string& kind);
 
   const std::string& GetTitle() const { return title_; }
   const std::string& GetDescription() const { return description_; }
   const std::string& GetGroup() const { return group_; }
-  virtual void SetProperties(const std::string& title, const std::string& description,
-                             const std::string& group);
 
   // A hidden parameter is set by its owner's parent; generic views leave it out.
   bool IsHidden() const { return hidden_; }
@@ -56,6 +52,13 @@ class KELTO_COMMON_EXPORT Parameter : public XMLSerializableInterface {
   virtual void _WriteXML_v0(_xmlNode*& node) const = 0;
   virtual void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node) = 0;
 
+ public:
+  // "real", "integer", "enum", "path" or "string": the kind attribute of the XML form.
+  virtual std::string GetKind() const = 0;
+  virtual void SetProperties(const std::string& title, const std::string& description,
+                             const std::string& group);
+
+ protected:
   // The items that all kinds share, and one scalar item of a kind, with its event when absent.
   void _WriteProperties(_xmlNode*& node) const;
   void _ReadProperties(ParsingResult& result, _xmlNode* const& node);

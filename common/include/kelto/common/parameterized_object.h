@@ -125,12 +125,11 @@ class KELTO_COMMON_EXPORT ParameterizedObject {
 
   // Fills the structure with the current values; its dynamic type says whose values are wanted.
   virtual void GetParameters(Parameters& parameters) const = 0;
-  virtual void SetParameters(Parameters const& parameters) = 0;
-
   // The object's container: its text, one Parameter per registered field with the current value
   // (hidden ones included, marked hidden), in registration order, and the containers of the
   // linked children under their link names.
   virtual void GetParameters(ParameterContainer& container) const;
+  virtual void SetParameters(Parameters const& parameters) = 0;
   // Starts from the current values, takes the value of every visible parameter of the container
   // that matches a registered field by title and group and by kind, applies the result through
   // SetParameters(Parameters const&), then hands each child container to the child linked under

@@ -64,13 +64,12 @@ class KELTO_COMMON_EXPORT ProcessingModule : public ParameterizedObject, public 
   void SetParameters(ParameterizedObject::Parameters const& parameters) override;
 
  protected:
-  // Called by each module's constructor after _SetupParameterContainer, and behind every
-  // SetParameters: _CheckParameters, _SetConfigurationParameters, _SetRuntimeParameters.
-  virtual void _SetParameters(ParameterizedObject::Parameters const& parameters);
-
   // The hooks. None of them locks: a module's public computations hold its mutex, and a parent
   // calls its children's public operations from inside its own hooks.
   virtual void _GetParameters(ParameterizedObject::Parameters& parameters) const = 0;
+  // Called by each module's constructor after _SetupParameterContainer, and behind every
+  // SetParameters: _CheckParameters, _SetConfigurationParameters, _SetRuntimeParameters.
+  virtual void _SetParameters(ParameterizedObject::Parameters const& parameters);
   // The gate: throws (std::invalid_argument for a bad value) before anything changes.
   virtual void _CheckParameters(ParameterizedObject::Parameters const& parameters) const = 0;
   virtual void _SetConfigurationParameters(ParameterizedObject::Parameters const& parameters) = 0;
