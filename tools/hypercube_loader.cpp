@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <limits>
 #include <mutex>
+#include <new>
+#include <optional>
 #include <vector>
 
 #include <kelto/common/strings.h>
@@ -38,6 +40,30 @@ class QuietGdal {
     const std::string message = CPLGetLastErrorMsg();
     return message.empty() ? "GDAL gave no reason" : message;
   }
+};
+
+// GDAL's raw drivers (ENVI among them) refuse a data file shorter than its header only for
+// larger cubes, as a file they can't open, and accept one that lacks up to a sample. Their check
+// is off while a cube is opened; CheckRawSize and the read decide instead, the same for every
+// size.
+class RawSizeCheckOff {
+ public:
+  RawSizeCheckOff() {
+    const char* previous = CPLGetThreadLocalConfigOption(kOption, nullptr);
+    had_previous_ = previous != nullptr;
+    previous_ = had_previous_ ? previous : "";
+    CPLSetThreadLocalConfigOption(kOption, "NO");
+  }
+  ~RawSizeCheckOff() {
+    CPLSetThreadLocalConfigOption(kOption, had_previous_ ? previous_.c_str() : nullptr);
+  }
+  RawSizeCheckOff(RawSizeCheckOff const&) = delete;
+  RawSizeCheckOff& operator=(RawSizeCheckOff const&) = delete;
+
+ private:
+  static constexpr const char* kOption = "RAW_CHECK_FILE_SIZE";
+  bool had_previous_ = false;
+  std::string previous_;
 };
 
 struct DatasetCloser {
@@ -130,7 +156,8 @@ double WavelengthFactor(GDALDataset& dataset) {
 
 // A raw ENVI data file shorter than its header promises: GDAL opens it and then reads zeros or
 // fails, so it is refused here with both sizes.
-void CheckRawSize(GDALDataset& dataset, const std::string& path, unsigned long sample_bytes) {
+void CheckRawSize(GDALDataset& dataset, const std::string& path,
+                  std::optional<unsigned long long> sample_bytes) {
   if (dataset.GetDriver() == nullptr ||
       std::string(dataset.GetDriver()->GetDescription()) != "ENVI") {
     return;
@@ -147,14 +174,32 @@ void CheckRawSize(GDALDataset& dataset, const std::string& path, unsigned long s
   if (VSIStatL(data_file.c_str(), &stat) != 0) {
     throw CubeError(CubeError::kCannotOpen, path + ": cannot read the data file " + data_file);
   }
-  const auto expected =
-      static_cast<unsigned long long>(offset) + static_cast<unsigned long long>(sample_bytes);
-  if (static_cast<unsigned long long>(stat.st_size) < expected) {
-    throw CubeError(CubeError::kSizeMismatch,
-                    path + ": header and data size disagree: the header describes " +
-                        std::to_string(expected) + " bytes, " + data_file + " holds " +
-                        std::to_string(stat.st_size));
+  const auto header_bytes = static_cast<unsigned long long>(offset);
+  const bool fits = sample_bytes.has_value() &&
+                    *sample_bytes <= std::numeric_limits<unsigned long long>::max() - header_bytes;
+  if (!fits || static_cast<unsigned long long>(stat.st_size) < header_bytes + *sample_bytes) {
+    throw CubeError(
+        CubeError::kSizeMismatch,
+        path + ": header and data size disagree: the header describes " +
+            (fits ? std::to_string(header_bytes + *sample_bytes) : std::string("more than 2^64")) +
+            " bytes, " + data_file + " holds " + std::to_string(stat.st_size));
   }
+}
+
+// width x height x bands x sample size, none when that does not fit 64 bits (a header can claim
+// anything).
+std::optional<unsigned long long> SampleBytes(const BandImageDataFormat& format) {
+  unsigned long long product = 1;
+  for (const unsigned long long factor : {static_cast<unsigned long long>(format.width),
+                                          static_cast<unsigned long long>(format.height),
+                                          static_cast<unsigned long long>(format.GetNrOfBands()),
+                                          static_cast<unsigned long long>(format.element_size)}) {
+    if (factor != 0 && product > std::numeric_limits<unsigned long long>::max() / factor) {
+      return std::nullopt;
+    }
+    product *= factor;
+  }
+  return product;
 }
 
 // GDAL opens an ENVI cube by its data file; a user naturally names the header. The data file
@@ -191,8 +236,12 @@ std::unique_ptr<datatypes::Hypercube> LoadHypercube(const std::string& named_pat
     throw CubeError(CubeError::kCannotOpen, named_path + ": no such file");
   }
   const std::string path = DataFileOf(named_path);
-  std::unique_ptr<GDALDataset, DatasetCloser> dataset(GDALDataset::FromHandle(
-      GDALOpenEx(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY, nullptr, nullptr, nullptr)));
+  std::unique_ptr<GDALDataset, DatasetCloser> dataset;
+  {
+    RawSizeCheckOff size_check_off;
+    dataset.reset(GDALDataset::FromHandle(
+        GDALOpenEx(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY, nullptr, nullptr, nullptr)));
+  }
   if (!dataset) {
     throw CubeError(CubeError::kCannotOpen,
                     path + ": not an image cube GDAL can read (" + QuietGdal::LastMessage() + ")");
@@ -248,11 +297,23 @@ std::unique_ptr<datatypes::Hypercube> LoadHypercube(const std::string& named_pat
     format.AddBand(band);
   }
 
-  const unsigned long sample_bytes =
-      format.width * format.height * static_cast<unsigned long>(band_count) * format.element_size;
+  const std::optional<unsigned long long> sample_bytes = SampleBytes(format);
   CheckRawSize(*dataset, path, sample_bytes);
 
-  auto cube = std::make_unique<datatypes::Hypercube>(format);
+  const auto too_large = [&] {
+    return CubeError(CubeError::kUnsupported, path + ": " + std::to_string(format.width) + " x " +
+                                                  std::to_string(format.height) + " pixels of " +
+                                                  std::to_string(band_count) +
+                                                  " bands do not fit in memory");
+  };
+  std::unique_ptr<datatypes::Hypercube> cube;
+  try {
+    cube = std::make_unique<datatypes::Hypercube>(format);
+  } catch (const std::length_error&) {
+    throw too_large();
+  } catch (const std::bad_alloc&) {
+    throw too_large();
+  }
   cube->GetHypercubeInfo().is_normalised = true;
   const auto size = static_cast<GSpacing>(format.element_size);
   const auto width = static_cast<GSpacing>(format.width);

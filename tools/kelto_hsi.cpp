@@ -172,7 +172,6 @@ int Spectrum(const SpectrumRequest& request) {
   const auto& bands = accessor.GetDataFormat()->GetBands();
 
   // Fill values contaminate a corrected spectrum; say so rather than print it as if sound.
-  const std::vector<double> raw = accessor.GetBand({request.pixel}, 0);
   std::size_t fill_count = 0;
   for (unsigned long b = 0; b < format.GetNrOfBands(); ++b) {
     fill_count += accessor.GetBand({request.pixel}, b).front() == format.fill_value ? 1 : 0;
@@ -251,9 +250,11 @@ int main(int argc, char** argv) {
   spectrum->add_option("IMAGE", request.image, "the image cube (an ENVI header or data file)")
       ->required();
   spectrum->add_option("--pixel", pixel_text, "the pixel as X,Y, counted from 0")->required();
-  spectrum->add_option("--matrix", request.matrix,
-                       "name of the correction matrix (default: the calibration's first)");
-  spectrum->add_flag("--raw", request.raw, "the scaled spectrum of the image's bands, uncorrected");
+  CLI::Option* matrix_option =
+      spectrum->add_option("--matrix", request.matrix,
+                           "name of the correction matrix (default: the calibration's first)");
+  spectrum->add_flag("--raw", request.raw, "the scaled spectrum of the image's bands, uncorrected")
+      ->excludes(matrix_option);
   spectrum->add_flag("--json", request.json, "print a JSON document instead of CSV lines");
 
   CLI11_PARSE(app, argc, argv);

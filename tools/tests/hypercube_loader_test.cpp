@@ -1,0 +1,535 @@
+// The loader of the command-line tools against cubes written byte by byte here: ENVI in every
+// interleave, sample type and byte order, GeoTIFF stacks written through GDAL, and the files it
+// must refuse with the right exit code and a message a user can act on.
+
+#include <cpl_string.h>
+#include <gdal_priv.h>
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <initializer_list>
+#include <iomanip>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include <kelto/datatypes/band_image_data_format.h>
+#include <kelto/datatypes/band_info.h>
+#include <kelto/datatypes/band_storage.h>
+#include <kelto/datatypes/hypercube.h>
+
+#include "hypercube_loader.h"
+
+namespace kelto::tools {
+namespace {
+
+namespace fs = std::filesystem;
+using datatypes::BandImageDataFormat;
+using datatypes::BandStorage_BIP;
+using datatypes::BandStorage_BSQ;
+using datatypes::Hypercube;
+using datatypes::HypercubeBandInfo;
+using datatypes::LoadSample;
+
+constexpr unsigned long kWidth = 5;
+constexpr unsigned long kHeight = 3;
+constexpr unsigned long kBands = 4;
+
+// The sample written at band b, pixel (x, y): distinct everywhere, with unequal bytes so that a
+// swapped byte order or a shifted offset changes it, and near the ends of the type's range so
+// that a sample read as the wrong type changes too.
+template <typename T>
+T Pattern(unsigned long b, unsigned long x, unsigned long y) {
+  const unsigned long i = b * 100 + y * 10 + x;
+  const bool negative = (b + x + y) % 2 == 1;
+  if constexpr (std::is_same_v<T, unsigned char>) {
+    return static_cast<T>(1 + b * 60 + y * 5 + x);
+  } else if constexpr (std::is_same_v<T, signed char>) {
+    return static_cast<T>(negative ? -static_cast<int>(1 + b * 30 + y * 5 + x)
+                                   : static_cast<int>(1 + b * 30 + y * 5 + x));
+  } else if constexpr (std::is_same_v<T, unsigned short>) {
+    return static_cast<T>(65534 - 97 * i);
+  } else if constexpr (std::is_same_v<T, unsigned int>) {
+    return static_cast<T>(4000000000UL - 1000003UL * i);
+  } else if constexpr (std::is_same_v<T, unsigned long>) {
+    return 18000000000000000000UL - 1000000000039UL * i;
+  } else if constexpr (std::is_floating_point_v<T>) {
+    const T magnitude = std::is_same_v<T, float> ? static_cast<T>(0.375 * i + 1.5)
+                                                 : static_cast<T>(1048576.5 * i + 1.0 / 3.0);
+    return negative ? -magnitude : magnitude;
+  } else {
+    // short, int, long
+    const long long magnitude = sizeof(T) == 2   ? 97LL * static_cast<long long>(i + 1)
+                                : sizeof(T) == 4 ? 16777259LL + 65537LL * static_cast<long long>(i)
+                                                 : 1099511627791LL * static_cast<long long>(i + 1);
+    return static_cast<T>(negative ? -magnitude : magnitude);
+  }
+}
+
+bool HostIsBigEndian() {
+  const std::uint16_t probe = 1;
+  unsigned char first = 0;
+  std::memcpy(&first, &probe, 1);
+  return first == 0;
+}
+
+// The samples of the pattern in the file order of an ENVI interleave ("bsq", "bil", "bip"),
+// each in the byte order asked for.
+template <typename T>
+std::string RawSamples(const std::string& interleave, bool big_endian) {
+  std::string bytes;
+  const auto append = [&](unsigned long b, unsigned long x, unsigned long y) {
+    const T value = Pattern<T>(b, x, y);
+    char raw[sizeof(T)];
+    std::memcpy(raw, &value, sizeof(T));
+    if (big_endian != HostIsBigEndian()) {
+      std::reverse(raw, raw + sizeof(T));
+    }
+    bytes.append(raw, sizeof(T));
+  };
+  for (unsigned long outer = 0; outer < (interleave == "bsq" ? kBands : kHeight); ++outer) {
+    for (unsigned long middle = 0; middle < (interleave == "bsq"   ? kHeight
+                                             : interleave == "bil" ? kBands
+                                                                   : kWidth);
+         ++middle) {
+      for (unsigned long inner = 0; inner < (interleave == "bip" ? kBands : kWidth); ++inner) {
+        if (interleave == "bsq") {
+          append(outer, inner, middle);
+        } else if (interleave == "bil") {
+          append(middle, inner, outer);
+        } else {
+          append(inner, middle, outer);
+        }
+      }
+    }
+  }
+  return bytes;
+}
+
+void WriteFile(const fs::path& path, const std::string& bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  ASSERT_TRUE(out.good()) << path;
+}
+
+// An ENVI header of the test cube's size with the lines that vary between cases.
+std::string EnviHeader(int data_type, const std::string& interleave, int byte_order,
+                       unsigned long header_offset, const std::string& extra_lines = "",
+                       unsigned long bands = kBands) {
+  std::ostringstream header;
+  header << "ENVI\ndescription = {written by the loader test}\n"
+         << "samples = " << kWidth << "\nlines = " << kHeight << "\nbands = " << bands
+         << "\nheader offset = " << header_offset << "\nfile type = ENVI Standard\n"
+         << "data type = " << data_type << "\ninterleave = " << interleave
+         << "\nbyte order = " << byte_order << '\n'
+         << extra_lines;
+  return header.str();
+}
+
+// Writes `<stem>.hdr` and the data file `<stem><data_extension>`: header_offset bytes that are
+// not samples, then the pattern.
+template <typename T>
+void WriteEnvi(const fs::path& stem, int data_type, const std::string& interleave, int byte_order,
+               unsigned long header_offset, const std::string& extra_lines = "",
+               const std::string& data_extension = ".raw") {
+  WriteFile(fs::path(stem.string() + ".hdr"),
+            EnviHeader(data_type, interleave, byte_order, header_offset, extra_lines));
+  WriteFile(fs::path(stem.string() + data_extension),
+            std::string(header_offset, '\x5A') + RawSamples<T>(interleave, byte_order == 1));
+}
+
+// Every sample of the cube, read through its storage tables, against the pattern.
+template <typename T>
+void ExpectPattern(const Hypercube& cube) {
+  const BandImageDataFormat& format = cube.GetDataFormat();
+  ASSERT_EQ(format.width, kWidth);
+  ASSERT_EQ(format.height, kHeight);
+  ASSERT_EQ(format.GetNrOfBands(), kBands);
+  ASSERT_EQ(format.element_size, sizeof(T));
+  const auto* bsq = dynamic_cast<const BandStorage_BSQ*>(cube.GetBandStorage());
+  const auto* bip = dynamic_cast<const BandStorage_BIP*>(cube.GetBandStorage());
+  ASSERT_EQ(bsq != nullptr, format.interleave == BandImageDataFormat::kBandSequential);
+  ASSERT_EQ(bip != nullptr, format.interleave == BandImageDataFormat::kBandInterleavedByPixel);
+  std::size_t wrong = 0;
+  std::ostringstream first_wrong;
+  for (unsigned long b = 0; b < kBands; ++b) {
+    for (unsigned long y = 0; y < kHeight; ++y) {
+      for (unsigned long x = 0; x < kWidth; ++x) {
+        const T read = bsq != nullptr ? LoadSample<T>(bsq->bands[b][y], x)
+                                      : LoadSample<T>(bip->pixels[y][x], b);
+        const T written = Pattern<T>(b, x, y);
+        if (std::memcmp(&read, &written, sizeof(T)) != 0 && wrong++ == 0) {
+          first_wrong << std::setprecision(17) << "band " << b << " pixel " << x << "," << y
+                      << ": read " << +read << ", written " << +written;
+        }
+      }
+    }
+  }
+  EXPECT_EQ(wrong, 0U) << first_wrong.str();
+}
+
+std::string Text(double value) {
+  std::ostringstream text;
+  text << std::setprecision(17) << value;
+  return text.str();
+}
+
+// A fresh directory per test, removed afterwards.
+class HypercubeLoaderTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    std::string name = std::string(test->test_suite_name()) + "." + test->name();
+    std::replace(name.begin(), name.end(), '/', '_');
+    dir_ = fs::temp_directory_path() / ("kelto_loader_" + std::to_string(::getpid()) + "_" + name);
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+  }
+  void TearDown() override {
+    std::error_code ignored;
+    fs::remove_all(dir_, ignored);
+  }
+
+  fs::path dir_;
+};
+
+// A sample type as ENVI and GDAL name it, the loader's code for it, and a no-data value of that
+// type.
+template <typename T, int Envi, std::uint32_t Code, GDALDataType Gdal>
+struct SampleType {
+  using Sample = T;
+  static constexpr int kEnvi = Envi;
+  static constexpr std::uint32_t kCode = Code;
+  static constexpr GDALDataType kGdal = Gdal;
+  static double Fill() {
+    if constexpr (std::is_floating_point_v<T>) {
+      return -9999.25;
+    } else if constexpr (std::is_signed_v<T>) {
+      return sizeof(T) == 8 ? -99999999999.0 : -9999.0;
+    } else {
+      return sizeof(T) == 1 ? 255.0 : sizeof(T) == 8 ? 123456789012.0 : 65535.0;
+    }
+  }
+};
+
+template <typename Type>
+class HypercubeLoaderEnviTypes : public HypercubeLoaderTest {};
+
+// The ENVI sample types GDAL 3.6 reads. It refuses the 64-bit integers of ENVI (data types 14
+// and 15); the loader meets those through GeoTIFF below.
+using EnviTypes = ::testing::Types<
+    SampleType<unsigned char, 1, BandImageDataFormat::kUnsignedChar, GDT_Byte>,
+    SampleType<short, 2, BandImageDataFormat::kShort, GDT_Int16>,
+    SampleType<int, 3, BandImageDataFormat::kInt, GDT_Int32>,
+    SampleType<float, 4, BandImageDataFormat::kFloat, GDT_Float32>,
+    SampleType<double, 5, BandImageDataFormat::kDouble, GDT_Float64>,
+    SampleType<unsigned short, 12, BandImageDataFormat::kUnsignedShort, GDT_UInt16>,
+    SampleType<unsigned int, 13, BandImageDataFormat::kUnsignedInt, GDT_UInt32>>;
+TYPED_TEST_SUITE(HypercubeLoaderEnviTypes, EnviTypes);
+
+TYPED_TEST(HypercubeLoaderEnviTypes, SamplesAndFormatInEveryInterleaveAndByteOrder) {
+  using T = typename TypeParam::Sample;
+  for (const std::string interleave : {"bsq", "bil", "bip"}) {
+    for (const int byte_order : {0, 1}) {
+      // Big-endian files also start after a header block of odd length, so that no sample is
+      // aligned and a skipped offset shifts every byte.
+      const unsigned long offset = byte_order == 1 ? 13 : 0;
+      SCOPED_TRACE(interleave + ", byte order " + std::to_string(byte_order));
+      const fs::path stem = this->dir_ / (interleave + std::to_string(byte_order));
+      WriteEnvi<T>(stem, TypeParam::kEnvi, interleave, byte_order, offset,
+                   "data ignore value = " + Text(TypeParam::Fill()) + "\n");
+
+      const auto cube = LoadHypercube(stem.string() + ".hdr");
+      ASSERT_NE(cube, nullptr);
+      const BandImageDataFormat& format = cube->GetDataFormat();
+      EXPECT_EQ(format.data_type, TypeParam::kCode);
+      EXPECT_EQ(format.element_size, BandImageDataFormat::SampleSize(TypeParam::kCode));
+      EXPECT_EQ(format.interleave, interleave == "bip"
+                                       ? BandImageDataFormat::kBandInterleavedByPixel
+                                       : BandImageDataFormat::kBandSequential);
+      EXPECT_EQ(format.fill_value, TypeParam::Fill());
+      EXPECT_EQ(format.scale, 1.0);
+      EXPECT_EQ(cube->GetSampleBytes(), kWidth * kHeight * kBands * sizeof(T));
+      ExpectPattern<T>(*cube);
+    }
+  }
+}
+
+using HypercubeLoaderEnvi = HypercubeLoaderTest;
+
+TEST_F(HypercubeLoaderEnvi, HeaderListsGiveBandsFillAndScale) {
+  WriteEnvi<unsigned short>(dir_ / "nm", 12, "bsq", 0, 0,
+                            "data ignore value = 65535\n"
+                            "reflectance scale factor = 10000\n"
+                            "wavelength units = Nanometers\n"
+                            "band names = {blue, green, red, edge}\n"
+                            "wavelength = {\n 470.5, 480,\n 490.25, 500}\n"
+                            "fwhm = {10, 10.5, 11, 12.75}\n");
+  const auto cube = LoadHypercube((dir_ / "nm.hdr").string());
+  const BandImageDataFormat& format = cube->GetDataFormat();
+  EXPECT_EQ(format.fill_value, 65535.0);
+  EXPECT_EQ(format.scale, 10000.0);
+  EXPECT_TRUE(cube->GetHypercubeInfo().is_normalised);
+  const double wavelengths[] = {470.5, 480.0, 490.25, 500.0};
+  const double widths[] = {10.0, 10.5, 11.0, 12.75};
+  const char* const names[] = {"blue", "green", "red", "edge"};
+  ASSERT_EQ(format.GetNrOfBands(), kBands);
+  for (unsigned long b = 0; b < kBands; ++b) {
+    const auto* band = dynamic_cast<const HypercubeBandInfo*>(&format.GetBand(b));
+    ASSERT_NE(band, nullptr) << b;
+    EXPECT_EQ(band->wavelength_nm, wavelengths[b]) << b;
+    EXPECT_EQ(band->fwhm_nm, widths[b]) << b;
+    // GDAL adds the wavelength to the name: "blue (470.5 Nanometers)".
+    EXPECT_EQ(band->name.rfind(names[b], 0), 0U) << band->name;
+  }
+  ExpectPattern<unsigned short>(*cube);
+}
+
+TEST_F(HypercubeLoaderEnvi, MicrometreListsBecomeNanometres) {
+  WriteEnvi<float>(dir_ / "um", 4, "bip", 0, 0,
+                   "wavelength units = Micrometers\n"
+                   "wavelength = {0.47, 0.5125, 1.6, 2.2}\n"
+                   "fwhm = {0.01, 0.0125, 0.05, 0.1}\n");
+  const auto cube = LoadHypercube((dir_ / "um.hdr").string());
+  const double wavelengths[] = {470.0, 512.5, 1600.0, 2200.0};
+  const double widths[] = {10.0, 12.5, 50.0, 100.0};
+  for (unsigned long b = 0; b < kBands; ++b) {
+    const auto& band = dynamic_cast<const HypercubeBandInfo&>(cube->GetDataFormat().GetBand(b));
+    EXPECT_NEAR(band.wavelength_nm, wavelengths[b], 1e-9) << b;
+    EXPECT_NEAR(band.fwhm_nm, widths[b], 1e-9) << b;
+  }
+}
+
+TEST_F(HypercubeLoaderEnvi, WithoutTheOptionalItemsNoFillUnitScaleAndNoWavelengths) {
+  WriteEnvi<short>(dir_ / "bare", 2, "bil", 0, 0);
+  const auto cube = LoadHypercube((dir_ / "bare.hdr").string());
+  const BandImageDataFormat& format = cube->GetDataFormat();
+  EXPECT_TRUE(std::isnan(format.fill_value));
+  EXPECT_EQ(format.scale, 1.0);
+  for (unsigned long b = 0; b < kBands; ++b) {
+    const auto& band = dynamic_cast<const HypercubeBandInfo&>(format.GetBand(b));
+    EXPECT_EQ(band.wavelength_nm, 0.0) << b;
+    EXPECT_EQ(band.fwhm_nm, 0.0) << b;
+  }
+  ExpectPattern<short>(*cube);
+}
+
+TEST_F(HypercubeLoaderEnvi, HeaderOrDataFileNamedOpenTheSameCube) {
+  for (const std::string extension : {"", ".raw", ".img", ".dat", ".bsq", ".bil", ".bip"}) {
+    SCOPED_TRACE("data file extension \"" + extension + "\"");
+    const fs::path stem =
+        dir_ / ("cube_" + (extension.empty() ? std::string("bare") : extension.substr(1)));
+    WriteEnvi<unsigned int>(stem, 13, "bsq", 1, 0, "", extension);
+    ExpectPattern<unsigned int>(*LoadHypercube(stem.string() + ".hdr"));
+    ExpectPattern<unsigned int>(*LoadHypercube(stem.string() + extension));
+  }
+}
+
+// The CubeError that loading path throws; any other exception fails the test on its own.
+std::optional<CubeError> LoadError(const std::string& path) {
+  try {
+    LoadHypercube(path);
+  } catch (const CubeError& error) {
+    return error;
+  }
+  return std::nullopt;
+}
+
+void ExpectError(const fs::path& path, CubeError::Code code,
+                 std::initializer_list<std::string> message_parts) {
+  const std::optional<CubeError> error = LoadError(path.string());
+  ASSERT_TRUE(error.has_value()) << path << " loaded without error";
+  EXPECT_EQ(error->code, code) << error->what();
+  const std::string message = error->what();
+  for (const std::string& part : message_parts) {
+    EXPECT_NE(message.find(part), std::string::npos)
+        << "the message \"" << message << "\" lacks \"" << part << "\"";
+  }
+}
+
+using HypercubeLoaderErrors = HypercubeLoaderTest;
+
+TEST_F(HypercubeLoaderErrors, MissingAndUnknownFilesCannotBeOpened) {
+  ExpectError(dir_ / "absent.hdr", CubeError::kCannotOpen,
+              {(dir_ / "absent.hdr").string(), "no such file"});
+  ExpectError(dir_, CubeError::kCannotOpen, {dir_.string()});
+
+  WriteFile(dir_ / "lonely.hdr", EnviHeader(12, "bsq", 0, 0));
+  ExpectError(dir_ / "lonely.hdr", CubeError::kCannotOpen,
+              {(dir_ / "lonely.hdr").string(), "no data file beside the header"});
+
+  WriteFile(dir_ / "notes.txt", "samples were taken on a sunny day\nwidth = 5\n");
+  ExpectError(dir_ / "notes.txt", CubeError::kCannotOpen,
+              {(dir_ / "notes.txt").string(), "not an image cube"});
+
+  // A header that is no ENVI header, with bytes beside it.
+  WriteFile(dir_ / "junk.hdr", "this is not a header\n");
+  WriteFile(dir_ / "junk.raw", std::string(kWidth * kHeight * kBands * 2, '\x01'));
+  ExpectError(dir_ / "junk.hdr", CubeError::kCannotOpen,
+              {(dir_ / "junk.raw").string(), "not an image cube"});
+}
+
+TEST_F(HypercubeLoaderErrors, ComplexSamplesMixedBandTypesAndVastCubesAreUnsupported) {
+  WriteFile(dir_ / "complex.hdr", EnviHeader(6, "bsq", 0, 0));
+  WriteFile(dir_ / "complex.raw", std::string(kWidth * kHeight * kBands * 8, '\0'));
+  ExpectError(dir_ / "complex.hdr", CubeError::kUnsupported,
+              {(dir_ / "complex.raw").string(), "CFloat32", "complex"});
+
+  WriteFile(dir_ / "mixed.vrt",
+            "<VRTDataset rasterXSize=\"2\" rasterYSize=\"2\">\n"
+            "  <VRTRasterBand dataType=\"UInt16\" band=\"1\"/>\n"
+            "  <VRTRasterBand dataType=\"Float32\" band=\"2\"/>\n"
+            "</VRTDataset>\n");
+  ExpectError(dir_ / "mixed.vrt", CubeError::kUnsupported,
+              {(dir_ / "mixed.vrt").string(), "bands of different data types"});
+
+  // More samples than one object can span: refused before anything is allocated.
+  WriteFile(dir_ / "vast.vrt",
+            "<VRTDataset rasterXSize=\"2147483647\" rasterYSize=\"2147483647\">\n"
+            "  <VRTRasterBand dataType=\"Float64\" band=\"1\"/>\n"
+            "  <VRTRasterBand dataType=\"Float64\" band=\"2\"/>\n"
+            "</VRTDataset>\n");
+  ExpectError(dir_ / "vast.vrt", CubeError::kUnsupported,
+              {(dir_ / "vast.vrt").string(), "2147483647 x 2147483647 pixels of 2 bands",
+               "do not fit in memory"});
+}
+
+TEST_F(HypercubeLoaderErrors, DataFileShorterThanTheHeaderPromises) {
+  const std::size_t promised = kWidth * kHeight * kBands * sizeof(unsigned short);
+  WriteFile(dir_ / "short.hdr", EnviHeader(12, "bsq", 0, 0));
+  WriteFile(dir_ / "short.raw", RawSamples<unsigned short>("bsq", false).substr(1));
+  ExpectError(dir_ / "short.hdr", CubeError::kSizeMismatch,
+              {(dir_ / "short.raw").string(), "header and data size disagree",
+               std::to_string(promised) + " bytes", "holds " + std::to_string(promised - 1)});
+
+  // Every sample is there, but the header block in front of them is not.
+  WriteFile(dir_ / "offset.hdr", EnviHeader(12, "bip", 0, 64));
+  WriteFile(dir_ / "offset.raw", RawSamples<unsigned short>("bip", false));
+  ExpectError(dir_ / "offset.hdr", CubeError::kSizeMismatch,
+              {(dir_ / "offset.raw").string(), std::to_string(promised + 64) + " bytes",
+               "holds " + std::to_string(promised)});
+
+  // GDAL refuses a file of less than half its size itself when the cube has more than ten
+  // bands; the loader tells that the same way as any other short file.
+  const unsigned long many_bands = 12;
+  const std::size_t quarter = kWidth * kHeight * many_bands / 2;
+  WriteFile(dir_ / "many.hdr", EnviHeader(12, "bsq", 0, 0, "", many_bands));
+  WriteFile(dir_ / "many.raw", std::string(quarter, '\x01'));
+  ExpectError(dir_ / "many.hdr", CubeError::kSizeMismatch,
+              {(dir_ / "many.raw").string(), "header and data size disagree",
+               std::to_string(4 * quarter) + " bytes", "holds " + std::to_string(quarter)});
+
+  // Longer than promised is fine: the samples are all there.
+  WriteFile(dir_ / "long.hdr", EnviHeader(12, "bsq", 0, 0));
+  WriteFile(dir_ / "long.raw", RawSamples<unsigned short>("bsq", false) + "trailer");
+  ExpectPattern<unsigned short>(*LoadHypercube((dir_ / "long.hdr").string()));
+}
+
+// A GeoTIFF stack written through GDAL with the pattern as samples, a no-data value and a GDAL
+// scale on every band.
+template <typename T>
+void WriteGeoTiff(const fs::path& path, GDALDataType type, const char* interleave,
+                  const char* pixel_type, double fill, double gdal_scale) {
+  GDALAllRegister();
+  GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("GTiff");
+  ASSERT_NE(driver, nullptr);
+  char** options = CSLSetNameValue(nullptr, "INTERLEAVE", interleave);
+  if (pixel_type != nullptr) {
+    options = CSLSetNameValue(options, "PIXELTYPE", pixel_type);
+  }
+  GDALDataset* dataset =
+      driver->Create(path.string().c_str(), static_cast<int>(kWidth), static_cast<int>(kHeight),
+                     static_cast<int>(kBands), type, options);
+  CSLDestroy(options);
+  ASSERT_NE(dataset, nullptr);
+  for (unsigned long b = 0; b < kBands; ++b) {
+    GDALRasterBand* band = dataset->GetRasterBand(static_cast<int>(b + 1));
+    std::vector<T> samples;
+    for (unsigned long y = 0; y < kHeight; ++y) {
+      for (unsigned long x = 0; x < kWidth; ++x) {
+        samples.push_back(Pattern<T>(b, x, y));
+      }
+    }
+    if constexpr (std::is_same_v<T, long>) {
+      EXPECT_EQ(band->SetNoDataValueAsInt64(static_cast<std::int64_t>(fill)), CE_None);
+    } else if constexpr (std::is_same_v<T, unsigned long>) {
+      EXPECT_EQ(band->SetNoDataValueAsUInt64(static_cast<std::uint64_t>(fill)), CE_None);
+    } else {
+      EXPECT_EQ(band->SetNoDataValue(fill), CE_None);
+    }
+    EXPECT_EQ(band->SetScale(gdal_scale), CE_None);
+    EXPECT_EQ(band->RasterIO(GF_Write, 0, 0, static_cast<int>(kWidth), static_cast<int>(kHeight),
+                             samples.data(), static_cast<int>(kWidth), static_cast<int>(kHeight),
+                             type, 0, 0, nullptr),
+              CE_None);
+  }
+  GDALClose(GDALDataset::ToHandle(dataset));
+}
+
+using HypercubeLoaderGeoTiff = HypercubeLoaderTest;
+
+TEST_F(HypercubeLoaderGeoTiff, StackKeepsSamplesFillAndInverseScale) {
+  for (const char* interleave : {"PIXEL", "BAND"}) {
+    SCOPED_TRACE(interleave);
+    const fs::path path = dir_ / (std::string(interleave) + ".tif");
+    WriteGeoTiff<unsigned short>(path, GDT_UInt16, interleave, nullptr, 65535.0, 0.0002);
+    const auto cube = LoadHypercube(path.string());
+    const BandImageDataFormat& format = cube->GetDataFormat();
+    EXPECT_EQ(format.data_type, BandImageDataFormat::kUnsignedShort);
+    EXPECT_EQ(format.interleave, std::string(interleave) == "PIXEL"
+                                     ? BandImageDataFormat::kBandInterleavedByPixel
+                                     : BandImageDataFormat::kBandSequential);
+    EXPECT_EQ(format.fill_value, 65535.0);
+    EXPECT_DOUBLE_EQ(format.scale, 5000.0);
+    EXPECT_TRUE(cube->GetHypercubeInfo().is_normalised);
+    ExpectPattern<unsigned short>(*cube);
+  }
+}
+
+TEST_F(HypercubeLoaderGeoTiff, SignedBytesAreReadAsSigned) {
+  const fs::path path = dir_ / "signed.tif";
+  WriteGeoTiff<signed char>(path, GDT_Byte, "BAND", "SIGNEDBYTE", -128.0, 1.0);
+  const auto cube = LoadHypercube(path.string());
+  const BandImageDataFormat& format = cube->GetDataFormat();
+  EXPECT_EQ(format.data_type, BandImageDataFormat::kSignedChar);
+  EXPECT_EQ(format.fill_value, -128.0);
+  // A GDAL scale of 1 leaves the samples as they are.
+  EXPECT_EQ(format.scale, 1.0);
+  ExpectPattern<signed char>(*cube);
+}
+
+template <typename Type>
+class HypercubeLoaderGeoTiffTypes : public HypercubeLoaderTest {};
+
+using WideTypes =
+    ::testing::Types<SampleType<long, 14, BandImageDataFormat::kLong, GDT_Int64>,
+                     SampleType<unsigned long, 15, BandImageDataFormat::kUnsignedLong, GDT_UInt64>>;
+TYPED_TEST_SUITE(HypercubeLoaderGeoTiffTypes, WideTypes);
+
+TYPED_TEST(HypercubeLoaderGeoTiffTypes, SixtyFourBitIntegersKeepEveryBitAndTheirFill) {
+  using T = typename TypeParam::Sample;
+  for (const char* interleave : {"PIXEL", "BAND"}) {
+    SCOPED_TRACE(interleave);
+    const fs::path path = this->dir_ / (std::string(interleave) + ".tif");
+    WriteGeoTiff<T>(path, TypeParam::kGdal, interleave, nullptr, TypeParam::Fill(), 1.0);
+    const auto cube = LoadHypercube(path.string());
+    const BandImageDataFormat& format = cube->GetDataFormat();
+    EXPECT_EQ(format.data_type, TypeParam::kCode);
+    EXPECT_EQ(format.fill_value, TypeParam::Fill());
+    EXPECT_EQ(format.scale, 1.0);
+    ExpectPattern<T>(*cube);
+  }
+}
+
+}  // namespace
+}  // namespace kelto::tools
