@@ -234,9 +234,9 @@ std::vector<double> DataAccessor::GetSpectrum(const Pixel& pixel) const {
   object_state = OS_BUSY;
   // An unknown type leaves the state busy on purpose: the accessor then refuses reads until it
   // is stopped.
-  const std::vector<double> raw = WithSampleType(
-      data->GetDataFormat().data_type,
-      [this, &pixel](auto sample) { return _GetSpectrum<decltype(sample)>(pixel); });
+  const std::vector<double> raw =
+      WithSampleType(data->GetDataFormat().data_type,
+                     [this, &pixel](auto sample) { return _GetSpectrum<decltype(sample)>(pixel); });
   object_state = OS_RUNNING;
   return _ProcessSpectrum(raw);
 }
@@ -273,9 +273,8 @@ std::vector<double> DataAccessor::GetBand(const std::vector<Pixel>& pixels,
     throw std::runtime_error("out of range band");
   }
   object_state = OS_BUSY;
-  std::vector<double> values = WithSampleType(format.data_type, [&](auto sample) {
-    return _GetBandData<decltype(sample)>(pixels, band);
-  });
+  std::vector<double> values = WithSampleType(
+      format.data_type, [&](auto sample) { return _GetBandData<decltype(sample)>(pixels, band); });
   if (data->GetDataInfo().is_normalised) {
     Unscale(values, format.scale, format.fill_value);
   }

@@ -58,7 +58,8 @@ class KELTO_HYPERSPECTRAL_EXPORT DataAccessor : public common::ControllerModule 
   // Gaussian smoothing over wavelength with a full width at half maximum of 15 nm; values equal
   // to the image's fill value neither take part nor change. wavelengths must be at least as long
   // as spectrum (std::invalid_argument otherwise). Takes no lock.
-  void SmoothenSpectrum(std::vector<double>& spectrum, const std::vector<double>& wavelengths) const;
+  void SmoothenSpectrum(std::vector<double>& spectrum,
+                        const std::vector<double>& wavelengths) const;
 
  protected:
   // Builds the output format and, for a hypercube with a matrix, the dense coefficients.
