@@ -114,14 +114,16 @@ void DataAccessor::_Initialize() {
   if (data == nullptr) {
     throw std::runtime_error("Cannot initialize : data not set.");
   }
+  // Everything is built aside and stored at the end, so that a start that fails leaves what the
+  // previous one built.
   const BandImageDataFormat& image_format = data->GetDataFormat();
   std::unique_ptr<datatypes::DataFormat> clone = image_format.Clone();
-  auto* format = dynamic_cast<BandImageDataFormat*>(clone.get());
-  if (format == nullptr) {
+  auto* cloned_format = dynamic_cast<BandImageDataFormat*>(clone.get());
+  if (cloned_format == nullptr) {
     throw std::logic_error("DataAccessor: the image's format is not a band image format");
   }
   clone.release();
-  data_format.reset(format);
+  std::unique_ptr<BandImageDataFormat> format(cloned_format);
 
   // Every value handed out is a double in real units.
   format->data_type = BandImageDataFormat::kDouble;
@@ -137,22 +139,11 @@ void DataAccessor::_Initialize() {
   const auto* cube = dynamic_cast<const Hypercube*>(data);
   if (cube == nullptr || cube->GetHypercubeInfo().is_spectrally_corrected ||
       correction_matrix == nullptr) {
+    data_format = std::move(format);
     return;
   }
 
   const auto& virtual_bands = correction_matrix->virtual_bands;
-  format->ClearBands();
-  for (const auto& virtual_band : virtual_bands) {
-    datatypes::HypercubeBandInfo band;
-    std::ostringstream name;
-    name.imbue(std::locale::classic());
-    name << virtual_band.wavelength_nm;
-    band.name = name.str();
-    band.wavelength_nm = virtual_band.wavelength_nm;
-    band.fwhm_nm = virtual_band.fwhm_nm;
-    format->AddBand(band);
-  }
-
   const auto rows = static_cast<Eigen::Index>(virtual_bands.size());
   const auto columns = static_cast<Eigen::Index>(image_format.GetNrOfBands());
   auto coefficients = std::make_unique<Eigen::MatrixXd>(rows, columns);
@@ -169,8 +160,23 @@ void DataAccessor::_Initialize() {
       (*coefficients)(r, c) = row[static_cast<std::size_t>(c)];
     }
   }
+  auto spectrum = std::make_unique<Eigen::VectorXd>(rows);
+
+  // The output bands are the virtual bands, named by their wavelength.
+  format->ClearBands();
+  for (const auto& virtual_band : virtual_bands) {
+    datatypes::HypercubeBandInfo band;
+    std::ostringstream name;
+    name.imbue(std::locale::classic());
+    name << virtual_band.wavelength_nm;
+    band.name = name.str();
+    band.wavelength_nm = virtual_band.wavelength_nm;
+    band.fwhm_nm = virtual_band.fwhm_nm;
+    format->AddBand(band);
+  }
+  data_format = std::move(format);
   correction_coefficients = std::move(coefficients);
-  corrected_spectrum = std::make_unique<Eigen::VectorXd>(rows);
+  corrected_spectrum = std::move(spectrum);
 }
 
 void DataAccessor::_TestPixel(const Pixel& pixel) const {
