@@ -1,10 +1,13 @@
-// Test helper: the events of a read as (state, source, detail) triples, so that a whole event
-// sequence is asserted in one comparison and a failure prints both sequences.
+// Test helpers for the XML records: the events of a read as (state, source, detail) triples, so
+// that a whole event sequence is asserted in one comparison and a failure prints both sequences,
+// with short builders for the triples and a few operations on written text.
 #pragma once
 
 #include <string>
 #include <tuple>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include <kelto/common/xml_serializable_interface.h>
 
@@ -12,8 +15,35 @@ namespace kelto::testing {
 
 using EventTriple = std::tuple<int, int, std::string>;
 using EventList = std::vector<EventTriple>;
+using ParsingResult = common::XMLSerializableInterface::ParsingResult;
 
-inline EventList Events(const common::XMLSerializableInterface::ParsingResult& result) {
+// States and sources by their numbers, written out so that a renumbering shows.
+constexpr int kOk = 0, kWarning = 1, kError = 2;
+constexpr int kUnsupportedVersion = 11, kMissingVersion = 12, kMissingElement = 13,
+              kMissingAttribute = 14, kMissingValue = 20, kSanityCheck = 30, kReadStart = 40;
+
+inline EventTriple ReadStart(const std::string& tag) {
+  return {kOk, kReadStart, tag};
+}
+inline EventTriple Error(int source, const std::string& detail) {
+  return {kError, source, detail};
+}
+inline EventTriple Warning(int source, const std::string& detail) {
+  return {kWarning, source, detail};
+}
+inline EventTriple Check(const std::string& rule) {
+  return Error(kSanityCheck, rule);
+}
+inline EventTriple CheckWarning(const std::string& rule) {
+  return Warning(kSanityCheck, rule);
+}
+
+// A read whose version the record refuses: it starts and stops at once.
+inline EventList Refused(const std::string& tag, int source = kUnsupportedVersion) {
+  return {ReadStart(tag), Error(source, tag)};
+}
+
+inline EventList Events(const ParsingResult& result) {
   EventList list;
   for (const auto& event : result.events()) {
     list.emplace_back(static_cast<int>(event.state), static_cast<int>(event.source), event.detail);
@@ -23,10 +53,38 @@ inline EventList Events(const common::XMLSerializableInterface::ParsingResult& r
 
 // Reads a record from literal XML and returns the result.
 template <typename Record>
-common::XMLSerializableInterface::ParsingResult Read(Record& record, const std::string& xml) {
-  common::XMLSerializableInterface::ParsingResult result;
+ParsingResult Read(Record& record, const std::string& xml) {
+  ParsingResult result;
   record.ReadString(result, xml);
   return result;
+}
+
+// The events of the record's own sanity checks.
+template <typename Record>
+EventList Checks(const Record& record) {
+  ParsingResult result;
+  record.RunSanityChecks(result);
+  return Events(result);
+}
+
+// The text with the first `from` replaced; a `from` that is not there fails the test.
+inline std::string Replace(std::string text, const std::string& from, const std::string& to) {
+  const std::size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  if (at != std::string::npos) {
+    text.replace(at, from.size(), to);
+  }
+  return text;
+}
+
+// Each part occurs in the text, after the one before it.
+inline void ExpectInOrder(const std::string& text, const std::vector<std::string>& parts) {
+  std::size_t from = 0;
+  for (const std::string& part : parts) {
+    const std::size_t at = text.find(part, from);
+    ASSERT_NE(at, std::string::npos) << part << " after offset " << from << " in\n" << text;
+    from = at + part.size();
+  }
 }
 
 }  // namespace kelto::testing

@@ -1,10 +1,10 @@
 #include <kelto/hyperspectral/correction/pm_spectral_correction_computation.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <Eigen/Dense>
 
-#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <filesystem>
@@ -45,6 +45,10 @@ using kelto::hyperspectral::InversionOptimizationAlgorithms;
 using Module = kelto::hyperspectral::PM_SpectralCorrectionComputation;
 using PeakInfo = Module::PeakInfo;
 using RowMajor = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
+using Calls = std::vector<std::function<void()>>;
+using Maximum = std::pair<unsigned long, double>;
+using ::testing::StrEq;
+using ::testing::ThrowsMessage;
 
 const double kPi = std::acos(-1.0);
 
@@ -82,8 +86,8 @@ std::vector<double> Values(const RowVector<double>& vector) {
   return std::vector<double>(vector.begin(), vector.end());
 }
 
-Eigen::VectorXd ToEigen(const std::vector<double>& values) {
-  return Eigen::Map<const Eigen::VectorXd>(values.data(), static_cast<Eigen::Index>(values.size()));
+std::vector<double> Row(const Matrix<double>& matrix, unsigned long row) {
+  return std::vector<double>(matrix.rows[row], matrix.rows[row] + matrix.column_count);
 }
 
 Eigen::MatrixXd ToEigen(const Matrix<double>& matrix) {
@@ -127,32 +131,22 @@ std::vector<double> Coefficients(Module& module, const std::vector<double>& filt
 // The Tikhonov solution
 
 TEST(SpectralCorrectionTikhonov, IdentityResponsesShrinkByOnePlusAlphaSquared) {
-  Module module(WithAlpha(0.01));
-  module.Initialize(Identity());
-  const std::vector<double> coefficients = Coefficients(module, {1.0, 0.0});
-  ASSERT_EQ(coefficients.size(), 2u);
-  EXPECT_DOUBLE_EQ(coefficients[0], 1.0 / 1.0001);
-  EXPECT_EQ(coefficients[1], 0.0);
-}
-
-TEST(SpectralCorrectionTikhonov, SignOfAlphaAlgorithmAndVariationsChangeNothing) {
-  const std::vector<double> filter{0.7, 0.3};
-  Module reference(WithAlpha(0.5));
-  reference.Initialize(Identity());
-  const std::vector<double> expected = Coefficients(reference, filter);
-  EXPECT_DOUBLE_EQ(expected[0], 0.7 / 1.25);
-
-  Module negative(WithAlpha(-0.5));
-  negative.Initialize(Identity());
-  EXPECT_EQ(Coefficients(negative, filter), expected);
-
+  // Neither the sign of alpha nor the algorithm and its bounds change the result.
   Module::Parameters vardell = WithAlpha(0.5);
   vardell.inversion_algorithm = InversionOptimizationAlgorithms::IOA_VARDELL;
   vardell.upper_variation = 0.0;
   vardell.lower_variation = 3.0;
-  Module bounded(vardell);
-  bounded.Initialize(Identity());
-  EXPECT_EQ(Coefficients(bounded, filter), expected);
+  const std::vector<std::pair<Module::Parameters, double>> cases = {
+      {WithAlpha(0.01), 1.0001}, {WithAlpha(0.5), 1.25}, {WithAlpha(-0.5), 1.25}, {vardell, 1.25}};
+  for (const auto& [parameters, divisor] : cases) {
+    SCOPED_TRACE(parameters.tikhonov_alpha);
+    Module module(parameters);
+    module.Initialize(Identity());
+    const std::vector<double> coefficients = Coefficients(module, {0.7, 0.3});
+    ASSERT_EQ(coefficients.size(), 2u);
+    EXPECT_DOUBLE_EQ(coefficients[0], 0.7 / divisor);
+    EXPECT_DOUBLE_EQ(coefficients[1], 0.3 / divisor);
+  }
 }
 
 TEST(SpectralCorrectionTikhonov, RowViewOfTheRightSizeReceivesTheValues) {
@@ -186,7 +180,7 @@ class SpectralCorrectionRandomResponses : public ::testing::Test {
   static constexpr unsigned long kSamples = 601;
   static constexpr double kAlpha = 0.01;
 
-  void SetUp() override {
+  SpectralCorrectionRandomResponses() : module(WithAlpha(kAlpha)) {
     std::mt19937 generator(20240517);
     std::uniform_real_distribution<double> uniform(0.0, 1.0);
     data.responses = Matrix<double>(kBands, kSamples, 0.0);
@@ -200,16 +194,16 @@ class SpectralCorrectionRandomResponses : public ::testing::Test {
       data.optical_response[i] = 0.6 + 0.3 * std::cos(data.wavelengths[i] / 40.0);
     }
     data.energies = ColumnVector<double>(kBands, 1.0);
+    module.Initialize(data);
   }
 
   // The normal equations (F Ft + alpha^2 I) x = F v, solved by Eigen.
   Eigen::VectorXd Solve(const std::vector<double>& filter) const {
     const Eigen::MatrixXd f = ToEigen(data.responses);
-    const Eigen::MatrixXd a =
-        f * f.transpose() + kAlpha * kAlpha *
-                                Eigen::MatrixXd::Identity(static_cast<Eigen::Index>(kBands),
-                                                          static_cast<Eigen::Index>(kBands));
-    return a.ldlt().solve(f * ToEigen(filter));
+    const auto n = static_cast<Eigen::Index>(kBands);
+    const Eigen::MatrixXd a = f * f.transpose() + kAlpha * kAlpha * Eigen::MatrixXd::Identity(n, n);
+    return a.ldlt().solve(f * Eigen::Map<const Eigen::VectorXd>(
+                                  filter.data(), static_cast<Eigen::Index>(filter.size())));
   }
 
   // The target of a peak, from the shape's formula: through the optics, with unit sum. The height
@@ -251,6 +245,7 @@ class SpectralCorrectionRandomResponses : public ::testing::Test {
   }
 
   Module::InitializationData data;
+  Module module;
 };
 
 TEST_F(SpectralCorrectionRandomResponses, ReadyMadeFilterGivesTheNormalEquationSolution) {
@@ -260,14 +255,10 @@ TEST_F(SpectralCorrectionRandomResponses, ReadyMadeFilterGivesTheNormalEquationS
   for (double& value : filter) {
     value = uniform(generator);
   }
-  Module module(WithAlpha(kAlpha));
-  module.Initialize(data);
   ExpectClose(Coefficients(module, filter), Solve(filter));
 }
 
 TEST_F(SpectralCorrectionRandomResponses, PeakShapeChoosesTheTarget) {
-  Module module(WithAlpha(kAlpha));
-  module.Initialize(data);
   for (const auto shape :
        {Distributions::DB_NONE, Distributions::DB_GAUSSIAN, Distributions::DB_LORENTZIAN,
         Distributions::DB_FABRY_PEROT, Distributions::DB_UNKNOWN}) {
@@ -286,21 +277,18 @@ TEST_F(SpectralCorrectionRandomResponses, MatrixRowsAreTheInversionsSmoothedByWa
                                     Peak(566.0, 9.0, Distributions::DB_GAUSSIAN)};
   Module::Parameters parameters = WithAlpha(kAlpha);
   parameters.smoothing_fwhm_nm = 0.0;
-  Module module(parameters);
-  module.Initialize(data);
-
+  module.SetRuntimeParameters(parameters);
   Matrix<double> raw;
   module.ComputeCorrectionMatrix(raw, peaks);
   ASSERT_EQ(raw.row_count, peaks.size());
   ASSERT_EQ(raw.column_count, kBands);
-  Eigen::MatrixXd expected_raw(static_cast<Eigen::Index>(peaks.size()),
-                               static_cast<Eigen::Index>(kBands));
+  const auto n = static_cast<Eigen::Index>(peaks.size());
+  Eigen::MatrixXd expected_raw(n, static_cast<Eigen::Index>(kBands));
   for (unsigned long p = 0; p < peaks.size(); ++p) {
-    SCOPED_TRACE(p);
     RowVector<double> row;
     module.ComputeCorrectionCoefficients(row, peaks[p]);
     // Without smoothing a row is exactly the single computation.
-    EXPECT_EQ(std::vector<double>(raw.rows[p], raw.rows[p] + kBands), Values(row));
+    EXPECT_EQ(Row(raw, p), Values(row)) << p;
     expected_raw.row(static_cast<Eigen::Index>(p)) = Solve(Target(peaks[p])).transpose();
   }
 
@@ -309,15 +297,14 @@ TEST_F(SpectralCorrectionRandomResponses, MatrixRowsAreTheInversionsSmoothedByWa
   Matrix<double> smoothed;
   module.ComputeCorrectionMatrix(smoothed, peaks);
   const double sigma = 7.5 / (2.0 * std::sqrt(2.0 * std::log(2.0)));
-  Eigen::MatrixXd weights(static_cast<Eigen::Index>(peaks.size()),
-                          static_cast<Eigen::Index>(peaks.size()));
-  for (unsigned long i = 0; i < peaks.size(); ++i) {
-    for (unsigned long j = 0; j < peaks.size(); ++j) {
-      const double d = peaks[i].wavelength - peaks[j].wavelength;
-      weights(static_cast<Eigen::Index>(i), static_cast<Eigen::Index>(j)) =
-          std::exp(-d * d / (2.0 * sigma * sigma));
+  Eigen::MatrixXd weights(n, n);
+  for (Eigen::Index i = 0; i < n; ++i) {
+    for (Eigen::Index j = 0; j < n; ++j) {
+      const double d = peaks[static_cast<std::size_t>(i)].wavelength -
+                       peaks[static_cast<std::size_t>(j)].wavelength;
+      weights(i, j) = std::exp(-d * d / (2.0 * sigma * sigma));
     }
-    weights.row(static_cast<Eigen::Index>(i)) /= weights.row(static_cast<Eigen::Index>(i)).sum();
+    weights.row(i) /= weights.row(i).sum();
   }
   const Eigen::MatrixXd expected = weights * expected_raw;
   const Eigen::MatrixXd actual = ToEigen(smoothed);
@@ -325,26 +312,19 @@ TEST_F(SpectralCorrectionRandomResponses, MatrixRowsAreTheInversionsSmoothedByWa
   ASSERT_EQ(actual.cols(), expected.cols());
   EXPECT_LT((actual - expected).cwiseAbs().maxCoeff(), 1e-9 * expected.cwiseAbs().maxCoeff());
   EXPECT_GT((actual - ToEigen(raw)).cwiseAbs().maxCoeff(), 1e-3 * expected.cwiseAbs().maxCoeff());
-}
 
-TEST_F(SpectralCorrectionRandomResponses, SmoothingLeavesSingleAndIdenticalRowsAlone) {
-  Module module(WithAlpha(kAlpha));
-  module.Initialize(data);
-  const PeakInfo peak = Peak(640.0, 10.0, Distributions::DB_GAUSSIAN);
+  // Smoothing leaves a single row and identical rows alone, and no peak gives no row.
+  const PeakInfo peak = peaks[0];
   RowVector<double> row;
   module.ComputeCorrectionCoefficients(row, peak);
-
   Matrix<double> single;
   module.ComputeCorrectionMatrix(single, {peak});
   ASSERT_EQ(single.row_count, 1u);
-  EXPECT_EQ(std::vector<double>(single.rows[0], single.rows[0] + kBands), Values(row));
-
+  EXPECT_EQ(Row(single, 0), Values(row));
   Matrix<double> twins;
   module.ComputeCorrectionMatrix(twins, {peak, peak});
   ASSERT_EQ(twins.row_count, 2u);
-  EXPECT_EQ(std::vector<double>(twins.rows[0], twins.rows[0] + kBands),
-            std::vector<double>(twins.rows[1], twins.rows[1] + kBands));
-
+  EXPECT_EQ(Row(twins, 0), Row(twins, 1));
   Matrix<double> none(3, 3, 1.0);
   module.ComputeCorrectionMatrix(none, {});
   EXPECT_EQ(none.row_count, 0u);
@@ -363,7 +343,6 @@ TEST(SpectralCorrectionLifecycle, ResponseMaximaTakeTheEarliestOfEqualValues) {
   std::copy(values.begin(), values.end(), data.responses.data);
   data.wavelengths = Column({1.0, 2.0, 3.0, 4.0});
   module.Initialize(data);
-  using Maximum = std::pair<unsigned long, double>;
   EXPECT_EQ(module.GetResponseMaxima(),
             (std::vector<Maximum>{Maximum{1, 0.5}, Maximum{0, 0.0}, Maximum{3, 3.0}}));
 
@@ -373,7 +352,7 @@ TEST(SpectralCorrectionLifecycle, ResponseMaximaTakeTheEarliestOfEqualValues) {
   EXPECT_EQ(Coefficients(module, {1.0, 0.0}).size(), 2u);
 }
 
-TEST(SpectralCorrectionLifecycle, ComputationsOutsideTheCycleAreRefused) {
+TEST(SpectralCorrectionLifecycle, ComputationsOutsideTheCycleAndWrongDataAreRefused) {
   Module module(Module::Parameters{});
   LogCapture log;
   RowVector<double> coefficients;
@@ -381,30 +360,19 @@ TEST(SpectralCorrectionLifecycle, ComputationsOutsideTheCycleAreRefused) {
   const std::string text = "the spectral correction computation is not initialized";
   for (int pass = 0; pass < 2; ++pass) {
     SCOPED_TRACE(pass);
-    try {
-      module.ComputeCorrectionMatrix(matrix, {Peak(500.0, 5.0, Distributions::DB_GAUSSIAN)});
-      ADD_FAILURE() << "no exception";
-    } catch (const std::logic_error& error) {
-      EXPECT_EQ(error.what(), text);
-    }
+    EXPECT_THAT(
+        [&] { module.ComputeCorrectionMatrix(matrix, {Peak(500, 5, Distributions::DB_GAUSSIAN)}); },
+        ThrowsMessage<std::logic_error>(StrEq(text)));
     EXPECT_THROW(module.ComputeCorrectionCoefficients(coefficients, Column({1.0, 0.0}), PeakInfo()),
                  std::logic_error);
     module.Initialize(Identity());
     module.Deallocate();
   }
-  EXPECT_EQ(log.errors, std::vector<std::string>(4, text));
-}
-
-TEST(SpectralCorrectionLifecycle, WrongInitializationDataIsRefused) {
-  Module module(Module::Parameters{});
-  LogCapture log;
-  try {
-    module.Initialize(ProcessingModule::InitializationData());
-    ADD_FAILURE() << "no exception";
-  } catch (const std::runtime_error& error) {
-    EXPECT_STREQ(error.what(), "incompatible initialization data object");
-  }
-  EXPECT_EQ(log.errors, std::vector<std::string>{"incompatible initialization data object"});
+  EXPECT_THAT([&] { module.Initialize(ProcessingModule::InitializationData()); },
+              ThrowsMessage<std::runtime_error>(StrEq("incompatible initialization data object")));
+  std::vector<std::string> expected(4, text);
+  expected.push_back("incompatible initialization data object");
+  EXPECT_EQ(log.errors, expected);
 }
 
 TEST(SpectralCorrectionLifecycle, FiltersAndOpticsThatDoNotFitTheGridAreRefused) {
@@ -420,17 +388,16 @@ TEST(SpectralCorrectionLifecycle, FiltersAndOpticsThatDoNotFitTheGridAreRefused)
   EXPECT_THROW(
       module.ComputeCorrectionCoefficients(coefficients, Peak(505.0, 5.0, Distributions::DB_NONE)),
       std::invalid_argument);
-  EXPECT_EQ(log.errors,
-            (std::vector<std::string>{"the virtual filter has 3 samples for 2 wavelengths",
-                                      "the optical response has 1 values for 2 wavelengths"}));
 
   // Responses on another grid than the wavelengths are refused before anything changes.
   data = Identity();
   data.wavelengths = Column({500.0, 510.0, 520.0});
   data.responses.rows[1][0] = 2.0;
   EXPECT_THROW(module.Initialize(data), std::invalid_argument);
-  EXPECT_EQ(log.errors.back(), "the responses have 2 samples for 3 wavelengths");
-  using Maximum = std::pair<unsigned long, double>;
+  EXPECT_EQ(log.errors,
+            (std::vector<std::string>{"the virtual filter has 3 samples for 2 wavelengths",
+                                      "the optical response has 1 values for 2 wavelengths",
+                                      "the responses have 2 samples for 3 wavelengths"}));
   EXPECT_EQ(module.GetResponseMaxima(), (std::vector<Maximum>{Maximum{0, 1.0}, Maximum{1, 1.0}}));
 }
 
@@ -441,13 +408,16 @@ TEST(SpectralCorrectionLifecycle, ResponseLookupInterpolatesInsideTheGrid) {
   data.wavelengths = Column({500.0, 510.0, 520.0});
   module.Initialize(data);
   const ColumnVector<double> response = Column({2.0, 4.0, -8.0});
-  EXPECT_EQ(module._GetResponse(response, 490.0), 2.0);
-  EXPECT_EQ(module._GetResponse(response, 500.0), 2.0);
-  EXPECT_DOUBLE_EQ(module._GetResponse(response, 505.0), 3.0);
-  EXPECT_DOUBLE_EQ(module._GetResponse(response, 510.0), 4.0);
-  EXPECT_DOUBLE_EQ(module._GetResponse(response, 512.5), 1.0);
-  EXPECT_EQ(module._GetResponse(response, 518.0), 0.0);  // negative values are clamped
-  EXPECT_EQ(module._GetResponse(response, 530.0), -8.0);
+  // Negative values are clamped.
+  for (const auto& [wavelength, value] : std::vector<std::pair<double, double>>{{490.0, 2.0},
+                                                                                {500.0, 2.0},
+                                                                                {505.0, 3.0},
+                                                                                {510.0, 4.0},
+                                                                                {512.5, 1.0},
+                                                                                {518.0, 0.0},
+                                                                                {530.0, -8.0}}) {
+    EXPECT_NEAR(module._GetResponse(response, wavelength), value, 1e-12) << wavelength;
+  }
   LogCapture log;
   EXPECT_THROW(module._GetResponse(Column({1.0, 2.0}), 505.0), std::invalid_argument);
 }
@@ -461,10 +431,10 @@ TEST(SpectralCorrectionLifecycle, PublicComputationsHoldTheLock) {
   RowVector<double> second;
   const PeakInfo peak = Peak(505.0, 5.0, Distributions::DB_GAUSSIAN);
   const ColumnVector<double> filter = Column({1.0, 0.0});
-  for (const std::function<void()>& call : std::vector<std::function<void()>>{
-           [&] { module.ComputeCorrectionMatrix(matrix, {peak}); },
-           [&] { module.ComputeCorrectionCoefficients(first, peak); },
-           [&] { module.ComputeCorrectionCoefficients(second, filter, peak); }}) {
+  for (const auto& call :
+       Calls{[&] { module.ComputeCorrectionMatrix(matrix, {peak}); },
+             [&] { module.ComputeCorrectionCoefficients(first, peak); },
+             [&] { module.ComputeCorrectionCoefficients(second, filter, peak); }}) {
     std::future<void> done;
     {
       const boost::lock_guard<boost::mutex> held(module.Mutex());
@@ -490,20 +460,14 @@ Kind& Find(ParameterContainer& container, const std::string& title, const std::s
   return dynamic_cast<Kind&>(*parameter);
 }
 
-std::vector<double> Numbers(const Module::Parameters& parameters) {
-  return {static_cast<double>(parameters.debug_dump),
-          static_cast<double>(parameters.inversion_algorithm),
-          parameters.upper_variation,
-          parameters.lower_variation,
-          parameters.tikhonov_alpha,
-          parameters.smoothing_fwhm_nm};
-}
-
-Module::Parameters Read(const Module& module) {
-  Module::Parameters parameters;
-  parameters.debug_dump_dir = "unset";
-  module.GetParameters(parameters);
-  return parameters;
+// The parameters of the module: the flag, the algorithm and the four numbers, then the folder.
+std::pair<std::vector<double>, std::string> Read(const Module& module) {
+  Module::Parameters p;
+  p.debug_dump_dir = "unset";
+  module.GetParameters(p);
+  return {{static_cast<double>(p.debug_dump), static_cast<double>(p.inversion_algorithm),
+           p.upper_variation, p.lower_variation, p.tikhonov_alpha, p.smoothing_fwhm_nm},
+          p.debug_dump_dir.ToString()};
 }
 
 TEST(SpectralCorrectionParameters, ContainerListsEveryParameterWithItsTexts) {
@@ -538,12 +502,13 @@ TEST(SpectralCorrectionParameters, ContainerListsEveryParameterWithItsTexts) {
   EXPECT_EQ(algorithm.GetValidationCriteria(),
             (EnumParameter::Criteria{{0, "Vardell"}, {1, "Tikhonov"}}));
   EXPECT_EQ(algorithm.GetValue(), 1);
-  EXPECT_EQ(Find<RealParameter>(container, "Max. positive variation", "Optimization").GetValue(),
-            0.8);
-  EXPECT_EQ(Find<RealParameter>(container, "Max. negative variation", "Optimization").GetValue(),
-            0.8);
-  EXPECT_EQ(Find<RealParameter>(container, "Tikhonov alpha", "Optimization").GetValue(), 0.01);
-  EXPECT_EQ(Find<RealParameter>(container, "Smoothing FWHM (nm)", "Optimization").GetValue(), 7.5);
+  const std::vector<std::pair<std::string, double>> reals = {{"Max. positive variation", 0.8},
+                                                             {"Max. negative variation", 0.8},
+                                                             {"Tikhonov alpha", 0.01},
+                                                             {"Smoothing FWHM (nm)", 7.5}};
+  for (const auto& [title, value] : reals) {
+    EXPECT_EQ(Find<RealParameter>(container, title, "Optimization").GetValue(), value) << title;
+  }
   const auto& flag = Find<IntegerParameter>(container, "Enable debug dump", "Debug");
   EXPECT_EQ(flag.GetValue(), 0);
   EXPECT_EQ(flag.GetValidationCriteria(), (IntegerParameter::Criteria{0, 1}));
@@ -564,12 +529,12 @@ TEST(SpectralCorrectionParameters, EveryParameterReachesTheModuleThroughAContain
   Find<IntegerParameter>(container, "Enable debug dump", "Debug").SetValue(1);
   Find<PathParameter>(container, "Debug dump dir", "Debug").SetValue(Path("elsewhere/"));
   module.SetParameters(container);
+  EXPECT_EQ(Read(module), std::make_pair(std::vector<double>{1.0, 0.0, 0.25, 0.5, 0.2, 3.0},
+                                         std::string("elsewhere/")));
 
-  const Module::Parameters read = Read(module);
-  EXPECT_EQ(Numbers(read), (std::vector<double>{1.0, 0.0, 0.25, 0.5, 0.2, 3.0}));
-  EXPECT_EQ(read.debug_dump_dir.ToString(), "elsewhere/");
   // And the computation uses the new alpha.
-  Module::Parameters quiet = read;
+  Module::Parameters quiet;
+  module.GetParameters(quiet);
   quiet.debug_dump = false;
   module.SetParameters(quiet);
   module.Initialize(Identity());
@@ -588,90 +553,60 @@ TEST(SpectralCorrectionParameters, HalvesChangeOnlyTheirOwnFields) {
 
   Module configured(Module::Parameters{});
   configured.SetConfigurationParameters(changed);
-  EXPECT_EQ(Numbers(Read(configured)), (std::vector<double>{1.0, 1.0, 0.8, 0.8, 0.01, 7.5}));
-  EXPECT_EQ(Read(configured).debug_dump_dir.ToString(), "changed/");
-
+  EXPECT_EQ(Read(configured), std::make_pair(std::vector<double>{1.0, 1.0, 0.8, 0.8, 0.01, 7.5},
+                                             std::string("changed/")));
   Module run(Module::Parameters{});
   run.SetRuntimeParameters(changed);
-  EXPECT_EQ(Numbers(Read(run)), (std::vector<double>{0.0, 0.0, 1.5, 2.5, 0.125, 0.0}));
-  EXPECT_EQ(Read(run).debug_dump_dir.ToString(), "./debug_dump/");
+  EXPECT_EQ(Read(run), std::make_pair(std::vector<double>{0.0, 0.0, 1.5, 2.5, 0.125, 0.0},
+                                      std::string("./debug_dump/")));
 }
 
 TEST(SpectralCorrectionParameters, NegativeBoundsAndWidthAreRefusedWithTheirTexts) {
-  Module::Parameters start;
-  start.tikhonov_alpha = 0.5;
-  Module module(start);
-  const std::vector<double> before = Numbers(Read(module));
-
-  struct Case {
-    std::function<void(Module::Parameters&)> spoil;
-    std::string text;
+  Module module(WithAlpha(0.5));
+  const auto before = Read(module);
+  const std::vector<std::pair<std::vector<double>, std::string>> cases = {
+      // upper and lower variation, smoothing width
+      {{-0.1, 0.8, 7.5}, "upper bound variation must be positive"},
+      {{0.8, -1e-9, 7.5}, "lower bound variation must be positive"},
+      {{0.8, 0.8, -7.5}, "matrix smoothing fwhm must be 0.0 or positive"},
+      {{-1.0, -1.0, -1.0}, "upper bound variation must be positive"},  // the first check speaks
   };
-  const std::vector<Case> cases{
-      {[](Module::Parameters& p) { p.upper_variation = -0.1; },
-       "upper bound variation must be positive"},
-      {[](Module::Parameters& p) { p.lower_variation = -1e-9; },
-       "lower bound variation must be positive"},
-      {[](Module::Parameters& p) { p.smoothing_fwhm_nm = -7.5; },
-       "matrix smoothing fwhm must be 0.0 or positive"},
-      // All three wrong: the first check speaks.
-      {[](Module::Parameters& p) {
-         p.upper_variation = -1.0;
-         p.lower_variation = -1.0;
-         p.smoothing_fwhm_nm = -1.0;
-       },
-       "upper bound variation must be positive"},
-  };
-  for (const Case& bad : cases) {
-    SCOPED_TRACE(bad.text);
-    Module::Parameters parameters;
+  for (const auto& [numbers, text] : cases) {
+    SCOPED_TRACE(text);
+    Module::Parameters parameters = WithAlpha(0.3);
     parameters.debug_dump = true;
-    parameters.tikhonov_alpha = 0.3;
-    bad.spoil(parameters);
+    parameters.upper_variation = numbers[0];
+    parameters.lower_variation = numbers[1];
+    parameters.smoothing_fwhm_nm = numbers[2];
     LogCapture log;
-    for (const std::function<void()>& call : std::vector<std::function<void()>>{
-             [&] { module.SetParameters(parameters); },
-             [&] { module.SetRuntimeParameters(parameters); },
-             [&] { module.SetConfigurationParameters(parameters); }}) {
-      try {
-        call();
-        ADD_FAILURE() << "no exception";
-      } catch (const std::invalid_argument& error) {
-        EXPECT_EQ(error.what(), bad.text);
-      }
+    for (const auto& call : Calls{[&] { module.SetParameters(parameters); },
+                                  [&] { module.SetRuntimeParameters(parameters); },
+                                  [&] { module.SetConfigurationParameters(parameters); }}) {
+      EXPECT_THAT(call, ThrowsMessage<std::invalid_argument>(StrEq(text)));
     }
-    EXPECT_EQ(log.errors, std::vector<std::string>(3, bad.text));
-    EXPECT_EQ(Numbers(Read(module)), before);
+    EXPECT_EQ(log.errors, std::vector<std::string>(3, text));
+    EXPECT_EQ(Read(module), before);
   }
 
   // Zero passes all three checks, and alpha has none.
-  Module::Parameters edge;
+  Module::Parameters edge = WithAlpha(-3.0);
   edge.upper_variation = 0.0;
   edge.lower_variation = 0.0;
   edge.smoothing_fwhm_nm = 0.0;
-  edge.tikhonov_alpha = -3.0;
   module.SetParameters(edge);
-  EXPECT_EQ(Numbers(Read(module)), (std::vector<double>{0.0, 1.0, 0.0, 0.0, -3.0, 0.0}));
+  EXPECT_EQ(Read(module).first, (std::vector<double>{0.0, 1.0, 0.0, 0.0, -3.0, 0.0}));
 }
 
 TEST(SpectralCorrectionParameters, ForeignParametersAreRefused) {
   struct Foreign : ProcessingModule::Parameters {};
   Module module(Module::Parameters{});
+  Foreign foreign;
   LogCapture log;
-  for (const std::function<void()>& call :
-       std::vector<std::function<void()>>{[&] { module.SetParameters(Foreign()); },
-                                          [&] { module.SetConfigurationParameters(Foreign()); },
-                                          [&] { module.SetRuntimeParameters(Foreign()); },
-                                          [&] {
-                                            Foreign foreign;
-                                            module.GetParameters(foreign);
-                                          }}) {
-    try {
-      call();
-      ADD_FAILURE() << "no exception";
-    } catch (const std::runtime_error& error) {
-      EXPECT_STREQ(error.what(), "incompatible parameters object");
-    }
+  for (const auto& call : Calls{[&] { module.SetParameters(foreign); },
+                                [&] { module.SetConfigurationParameters(foreign); },
+                                [&] { module.SetRuntimeParameters(foreign); },
+                                [&] { module.GetParameters(foreign); }}) {
+    EXPECT_THAT(call, ThrowsMessage<std::runtime_error>(StrEq("incompatible parameters object")));
   }
   EXPECT_EQ(log.errors, std::vector<std::string>(4, "incompatible parameters object"));
 }

@@ -3,19 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <tuple>
 
 #include "event_list.h"
 
 namespace kelto::hyperspectral {
 namespace {
 
-using testing::EventList;
-using testing::Events;
-using testing::Read;
-
-constexpr int kOk = 0, kError = 2;
-constexpr int kUnsupportedVersion = 11, kMissingVersion = 12, kMissingElement = 13,
-              kSanityCheck = 30, kReadStart = 40;
+using namespace kelto::testing;
 
 CorrectionMatrix Named(const std::string& name, double wavelength_nm) {
   CorrectionMatrix matrix;
@@ -42,40 +37,36 @@ SpectralCorrectionInfo TwoOfOneName() {
 TEST(SpectralCorrectionInfoWriting, RoundTripsKeepingRepeatedNames) {
   const SpectralCorrectionInfo original = TwoOfOneName();
   const std::string text = original.WriteString();
-  EXPECT_NE(text.find(R"(<spectral_correction_info version="0">)"), std::string::npos) << text;
-  std::size_t written = 0;
-  for (std::size_t at = text.find("<name>hyperspectral</name>"); at != std::string::npos;
-       at = text.find("<name>hyperspectral</name>", at + 1)) {
-    ++written;
-  }
-  EXPECT_EQ(written, 2u);
-
+  ExpectInOrder(text, {R"(<spectral_correction_info version="0">)", "<name>hyperspectral</name>",
+                       "<name>hyperspectral</name>"});
   SpectralCorrectionInfo copy;
-  const auto result = Read(copy, text);
-  EventList expected = {{kOk, kReadStart, "spectral_correction_info"}};
+  EventList expected = {ReadStart("spectral_correction_info")};
   for (int i = 0; i < 3; ++i) {
-    expected.push_back({kOk, kReadStart, "correction_matrix"});
-    expected.push_back({kOk, kReadStart, "virtual_band"});
+    expected.insert(expected.end(), {ReadStart("correction_matrix"), ReadStart("virtual_band")});
   }
-  EXPECT_EQ(Events(result), expected);
+  EXPECT_EQ(Events(Read(copy, text)), expected);
   EXPECT_TRUE(copy == original);
 }
 
-TEST(SpectralCorrectionInfoReading, EmptyListIsNoEvent) {
-  SpectralCorrectionInfo info = TwoOfOneName();
-  const auto result = Read(info, R"(<spectral_correction_info version="0">
-      <correction_matrices/></spectral_correction_info>)");
-  EXPECT_EQ(Events(result), (EventList{{kOk, kReadStart, "spectral_correction_info"}}));
-  EXPECT_TRUE(info.correction_matrices.empty());
-}
-
-TEST(SpectralCorrectionInfoReading, MissingListIsAnErrorAndEmptiesTheBlock) {
-  SpectralCorrectionInfo info = TwoOfOneName();
-  const auto result = Read(info, R"(<spectral_correction_info version="0">
-      <correction_matrix version="6"/></spectral_correction_info>)");
-  EXPECT_EQ(Events(result), (EventList{{kOk, kReadStart, "spectral_correction_info"},
-                                       {kError, kMissingElement, "correction_matrices"}}));
-  EXPECT_TRUE(info.correction_matrices.empty());
+TEST(SpectralCorrectionInfoReading, ListsAndVersions) {
+  // An empty or missing list empties the block; a missing or negative version reads nothing.
+  const std::string empty = "<correction_matrices/>";
+  const std::vector<std::tuple<std::string, std::string, EventList, bool>> cases = {
+      {R"( version="0")", empty, {ReadStart("spectral_correction_info")}, true},
+      {R"( version="0")",
+       R"(<correction_matrix version="6"/>)",
+       {ReadStart("spectral_correction_info"), Error(kMissingElement, "correction_matrices")},
+       true},
+      {"", empty, Refused("spectral_correction_info", kMissingVersion), false},
+      {R"( version="-1")", empty, Refused("spectral_correction_info", kMissingVersion), false},
+      {R"( version="-2")", empty, Refused("spectral_correction_info"), false}};
+  for (const auto& [attribute, body, events, emptied] : cases) {
+    SpectralCorrectionInfo info = TwoOfOneName();
+    const std::string xml =
+        "<spectral_correction_info" + attribute + ">" + body + "</spectral_correction_info>";
+    EXPECT_EQ(Events(Read(info, xml)), events) << xml;
+    EXPECT_TRUE(emptied ? info.correction_matrices.empty() : info == TwoOfOneName()) << xml;
+  }
 }
 
 TEST(SpectralCorrectionInfoReading, FailedMatrixIsKeptWithWhatWasRead) {
@@ -87,30 +78,14 @@ TEST(SpectralCorrectionInfoReading, FailedMatrixIsKeptWithWhatWasRead) {
       <algorithm>m0</algorithm><algorithm_version>1.0</algorithm_version>
       <minimum_band_energy>2</minimum_band_energy><optical_components/><virtual_bands/>
       </correction_matrix></correction_matrices></spectral_correction_info>)");
-  EXPECT_EQ(Events(result), (EventList{{kOk, kReadStart, "spectral_correction_info"},
-                                       {kOk, kReadStart, "correction_matrix"},
-                                       {kError, kUnsupportedVersion, "correction_matrix"},
-                                       {kOk, kReadStart, "correction_matrix"}}));
+  EXPECT_EQ(
+      Events(result),
+      (EventList{ReadStart("spectral_correction_info"), ReadStart("correction_matrix"),
+                 Error(kUnsupportedVersion, "correction_matrix"), ReadStart("correction_matrix")}));
   ASSERT_EQ(info.correction_matrices.size(), 2u);
   EXPECT_TRUE(info.correction_matrices[0] == CorrectionMatrix());
   EXPECT_EQ(info.correction_matrices[1].name, "good");
   EXPECT_EQ(info.correction_matrices[1].minimum_band_energy, 2.0);
-}
-
-TEST(SpectralCorrectionInfoDispatch, NegativeVersionsReadNothing) {
-  const std::vector<std::pair<std::string, int>> cases = {
-      {"", kMissingVersion},
-      {R"( version="-1")", kMissingVersion},
-      {R"( version="-2")", kUnsupportedVersion}};
-  for (const auto& [attribute, source] : cases) {
-    SpectralCorrectionInfo info = TwoOfOneName();
-    const auto result = Read(info, "<spectral_correction_info" + attribute +
-                                       "><correction_matrices/></spectral_correction_info>");
-    EXPECT_EQ(Events(result), (EventList{{kOk, kReadStart, "spectral_correction_info"},
-                                         {kError, source, "spectral_correction_info"}}))
-        << attribute;
-    EXPECT_TRUE(info == TwoOfOneName()) << attribute;
-  }
 }
 
 TEST(SpectralCorrectionInfoLookup, FirstExactNameOrTheCount) {
@@ -129,31 +104,22 @@ TEST(SpectralCorrectionInfoLookup, FirstExactNameOrTheCount) {
 
 TEST(SpectralCorrectionInfoChecks, EachMatrixInOrderAndNothingMore) {
   SpectralCorrectionInfo info = TwoOfOneName();
-  SpectralCorrectionInfo::ParsingResult passes;
-  info.RunSanityChecks(passes);
-  EXPECT_TRUE(passes.events().empty());
-
+  EXPECT_TRUE(Checks(info).empty());
   info.correction_matrices[0].virtual_bands[0].wavelength_nm = -1.0;
   info.correction_matrices[2].algorithm = CorrectionAlgorithms::CA_UNKNOWN;
-  SpectralCorrectionInfo::ParsingResult result;
-  info.RunSanityChecks(result);
-  EXPECT_EQ(Events(result),
-            (EventList{{kError, kSanityCheck, "0.0 <= wavelength_nm"},
-                       {kError, kSanityCheck, "CorrectionAlgorithms::CA_UNKNOWN != algorithm"}}));
+  EXPECT_EQ(Checks(info), (EventList{Check("0.0 <= wavelength_nm"),
+                                     Check("CorrectionAlgorithms::CA_UNKNOWN != algorithm")}));
 }
 
 TEST(SpectralCorrectionInfoEquality, OrderAndEveryMatrixCount) {
   const SpectralCorrectionInfo base = TwoOfOneName();
-  SpectralCorrectionInfo swapped = base;
-  std::swap(swapped.correction_matrices[0], swapped.correction_matrices[1]);
-  EXPECT_FALSE(swapped == base);
-  SpectralCorrectionInfo shorter = base;
-  shorter.correction_matrices.pop_back();
-  EXPECT_FALSE(shorter == base);
-  SpectralCorrectionInfo changed = base;
-  changed.correction_matrices[2].minimum_band_energy = 0.5;
-  EXPECT_FALSE(changed == base);
-  EXPECT_TRUE(SpectralCorrectionInfo(base) == base);
+  std::vector<SpectralCorrectionInfo> variants(3, base);
+  std::swap(variants[0].correction_matrices[0], variants[0].correction_matrices[1]);
+  variants[1].correction_matrices.pop_back();
+  variants[2].correction_matrices[2].minimum_band_energy = 0.5;
+  for (std::size_t i = 0; i < variants.size(); ++i) {
+    EXPECT_FALSE(variants[i] == base) << i;
+  }
 }
 
 }  // namespace

@@ -288,20 +288,24 @@ std::vector<double> DataAccessor::GetBand(const std::vector<Pixel>& pixels,
   return values;
 }
 
+bool DataAccessor::_CorrectionApplies() const {
+  // A start on a plain image, a corrected cube or without a matrix keeps the coefficients of an
+  // earlier start; these conditions keep them from use.
+  const auto* cube = dynamic_cast<const Hypercube*>(data);
+  return cube != nullptr && !cube->GetHypercubeInfo().is_spectrally_corrected &&
+         correction_matrix != nullptr && correction_coefficients != nullptr;
+}
+
 std::vector<double> DataAccessor::_ProcessSpectrum(const std::vector<double>& raw) const {
   const BandImageDataFormat& format = data->GetDataFormat();
   std::vector<double> spectrum = raw;
-  const auto* cube = dynamic_cast<const Hypercube*>(data);
   if (!data->GetDataInfo().is_normalised) {
     return spectrum;
   }
   Unscale(spectrum, format.scale, format.fill_value);
-  if (cube == nullptr || cube->GetHypercubeInfo().is_spectrally_corrected ||
-      correction_matrix == nullptr) {
-    return spectrum;
-  }
-  // The only defence against an image and a matrix that do not belong together.
-  if (correction_coefficients == nullptr ||
+  // The length test is the only defence against an image and a matrix that do not belong
+  // together.
+  if (!_CorrectionApplies() ||
       static_cast<Eigen::Index>(raw.size()) != correction_coefficients->cols()) {
     return spectrum;
   }
@@ -330,7 +334,7 @@ void DataAccessor::CorrectSpectrum(std::vector<double>& spectrum) const {
   }
   boost::lock_guard<boost::mutex> lock(_GetMutex());
   _AssertState(OS_RUNNING);
-  if (correction_coefficients == nullptr || corrected_spectrum == nullptr) {
+  if (!_CorrectionApplies() || corrected_spectrum == nullptr) {
     throw std::logic_error(
         "DataAccessor::CorrectSpectrum: no correction coefficients (start the accessor on a "
         "hypercube with a correction matrix)");

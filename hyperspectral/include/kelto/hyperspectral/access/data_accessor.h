@@ -53,7 +53,8 @@ class KELTO_HYPERSPECTRAL_EXPORT DataAccessor : public common::ControllerModule 
   std::vector<double> GetBand(const std::vector<Pixel>& pixels, const unsigned long& band) const;
   // Replaces spectrum with the result of the latest correction made by GetSpectrum or
   // GetSpectrums; the values passed in are not used. Does nothing to an empty spectrum; throws
-  // std::logic_error when no correction coefficients were built.
+  // std::logic_error when the last start built no coefficients that apply (no matrix, a plain
+  // image, or a cube that is corrected already).
   void CorrectSpectrum(std::vector<double>& spectrum) const;
   // Gaussian smoothing over wavelength with a full width at half maximum of 15 nm; values equal
   // to the image's fill value neither take part nor change. wavelengths must be at least as long
@@ -78,6 +79,8 @@ class KELTO_HYPERSPECTRAL_EXPORT DataAccessor : public common::ControllerModule 
                                    const unsigned long& band) const;
   std::vector<double> _ProcessSpectrum(const std::vector<double>& raw) const;
   std::vector<double> _ApplySpectralCorrection(const std::vector<double>& spectrum) const;
+  // Whether spectra are corrected: a hypercube not corrected yet, a matrix, and coefficients.
+  bool _CorrectionApplies() const;
   // Throws "out of range pixel" unless 0 <= x < width and 0 <= y < height.
   void _TestPixel(const Pixel& pixel) const;
 
