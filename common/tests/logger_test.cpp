@@ -8,24 +8,19 @@
 
 #include <kelto/common/message_reporter.h>
 
+#include "log_capture.h"
+
 namespace kelto::common {
 namespace {
 
-using Message = std::tuple<Logger::eLevel, std::string, std::string>;
+using Message = testing::LogCapture::Line;
 constexpr Logger::eLevel kError = Logger::eLevel::Error;
 constexpr Logger::eLevel kInfo = Logger::eLevel::Info;
 
 class LoggerTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    Logger::SetSink(
-        [this](Logger::eLevel level, const std::string& name, const std::string& message) {
-          messages_.emplace_back(level, name, message);
-        });
-  }
-  void TearDown() override { Logger::SetSink(nullptr); }
-
-  std::vector<Message> messages_;
+  testing::LogCapture log_;
+  std::vector<Message>& messages_ = log_.lines;
 };
 
 TEST_F(LoggerTest, EveryRouteEndsInTheSink) {

@@ -9,7 +9,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <unordered_map>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -17,6 +17,8 @@
 #include <kelto/common/parameter_container.h>
 #include <kelto/common/parameter_translator.h>
 #include <kelto/common/path.h>
+
+#include "log_capture.h"
 
 namespace {
 
@@ -32,6 +34,7 @@ using kelto::common::ProcessingModule;
 using kelto::common::RealParameter;
 using kelto::common::StringParameter;
 using kelto::common::filesystem::Path;
+using kelto::common::testing::LogCapture;
 
 enum eColour : std::int32_t { C_RED = 0, C_GREEN = 1, C_BLUE = 2 };
 
@@ -102,19 +105,15 @@ class TestModule : public ProcessingModule {
     int size = 0;
   };
 
+  TestModule() : TestModule(Parameters()) {}
   explicit TestModule(const Parameters& parameters)
       : ProcessingModule("unnamed"), child(ChildModule::Parameters()) {
     _SetupParameterContainer();
     ProcessingModule::_SetParameters(parameters);
   }
 
-  // The state of the module, as plain members that the tests read.
-  bool debug_dump = false;
-  Path debug_dump_dir;
-  double threshold = 0.0;
-  unsigned long count = 0;
-  eColour colour = C_RED;
-  std::string label;
+  // What the module holds, apart from any structure it was given.
+  Parameters held;
   int size = 0;
   ChildModule child;
   mutable std::vector<std::string> calls;
@@ -126,13 +125,7 @@ class TestModule : public ProcessingModule {
       child.GetParameters(*forwarded);
       return;
     }
-    auto& own = _CastParameters<Parameters>(parameters);
-    own.debug_dump = debug_dump;
-    own.debug_dump_dir = debug_dump_dir;
-    own.threshold = threshold;
-    own.count = count;
-    own.colour = colour;
-    own.label = label;
+    _CastParameters<Parameters>(parameters) = held;
   }
 
   void _CheckParameters(ParameterizedObject::Parameters const& parameters) const override {
@@ -148,17 +141,13 @@ class TestModule : public ProcessingModule {
 
   void _SetConfigurationParameters(ParameterizedObject::Parameters const& parameters) override {
     calls.push_back("_SetConfigurationParameters");
-    if (const auto* forwarded = dynamic_cast<const ChildModule::Parameters*>(&parameters)) {
-      child.SetConfigurationParameters(*forwarded);
-      return;
-    }
     const auto& own = _CastParameters<Parameters>(parameters);
-    debug_dump = own.debug_dump;
-    debug_dump_dir = own.debug_dump_dir;
+    held.debug_dump = own.debug_dump;
+    held.debug_dump_dir = own.debug_dump_dir;
     // The child's verbosity follows the parent's debug flag.
     ChildModule::Parameters slaved;
     child.GetParameters(slaved);
-    slaved.verbose = debug_dump;
+    slaved.verbose = held.debug_dump;
     child.SetParameters(slaved);
   }
 
@@ -169,10 +158,10 @@ class TestModule : public ProcessingModule {
       return;
     }
     const auto& own = _CastParameters<Parameters>(parameters);
-    threshold = own.threshold;
-    count = own.count;
-    colour = own.colour;
-    label = own.label;
+    held.threshold = own.threshold;
+    held.count = own.count;
+    held.colour = own.colour;
+    held.label = own.label;
   }
 
   void _Initialize(ProcessingModule::InitializationData const& data) override {
@@ -257,22 +246,6 @@ class Registry : public ParameterizedObject {
   const Fields reference;
 };
 
-// Collects what reaches the log while it lives.
-class LogCapture {
- public:
-  LogCapture() {
-    Logger::SetSink([this](Logger::eLevel level, const std::string&, const std::string& message) {
-      (level == Logger::eLevel::Error ? errors : infos).push_back(message);
-    });
-  }
-  LogCapture(LogCapture const&) = delete;
-  LogCapture& operator=(LogCapture const&) = delete;
-  ~LogCapture() { Logger::SetSink({}); }
-
-  std::vector<std::string> errors;
-  std::vector<std::string> infos;
-};
-
 template <typename Kind>
 Kind& Find(ParameterContainer& container, const std::string& title, const std::string& group) {
   Parameter* parameter = container.FindParameter(title, group);
@@ -280,6 +253,12 @@ Kind& Find(ParameterContainer& container, const std::string& title, const std::s
     throw std::runtime_error("no parameter " + title);
   }
   return dynamic_cast<Kind&>(*parameter);
+}
+
+// Every field of a structure, so that two compare at once and a difference shows where it is.
+auto Values(TestModule::Parameters const& p) {
+  return std::make_tuple(p.debug_dump, p.debug_dump_dir.ToString(), p.threshold, p.count, p.colour,
+                         p.label);
 }
 
 TestModule::Parameters Changed() {
@@ -293,6 +272,8 @@ TestModule::Parameters Changed() {
   return parameters;
 }
 
+using Calls = std::vector<std::string>;
+
 // ---------------------------------------------------------------------------------------------
 // Registration and links
 
@@ -303,7 +284,6 @@ TEST(ParameterizedObjectRegistration, SecondRegistrationAtTheSameDistanceKeepsTh
   Parameter& second = registry._AddParameter<double, Registry::Fields>(
       registry.reference, registry.reference.real, "Second", "second text", "H");
   EXPECT_EQ(&first, &second);
-  EXPECT_EQ(second.GetTitle(), "First");
   EXPECT_EQ(second.GetDescription(), "first text");
   ParameterContainer container;
   registry.GetParameters(container);
@@ -340,12 +320,11 @@ TEST(ParameterizedObjectRegistration, TranslatorKeepsOrderAndFindsByDistanceAndK
   Registry registry;
   registry.RegisterAll();
   const ParameterTranslator& translator = registry._GetTranslator();
-  std::vector<std::string> titles;
+  Calls titles;
   for (const auto& link : translator.GetParameterLinks()) {
     titles.push_back(link->ToParameter().GetTitle());
   }
-  EXPECT_EQ(titles, (std::vector<std::string>{"Real", "Unsigned", "Flag", "Colour", "Path", "Text",
-                                              "Small"}));
+  EXPECT_EQ(titles, (Calls{"Real", "Unsigned", "Flag", "Colour", "Path", "Text", "Small"}));
 
   const unsigned long distance = registry._GetDistance(registry.reference, registry.reference.flag);
   EXPECT_TRUE(registry._ContainsParameterLink(distance));
@@ -358,26 +337,7 @@ TEST(ParameterizedObjectRegistration, TranslatorKeepsOrderAndFindsByDistanceAndK
   EXPECT_EQ(translator.FindParameterLink("Flag", "G"), nullptr);
 }
 
-TEST(ParameterizedObjectRegistration, DefaultCriteriaFollowTheFieldType) {
-  Registry registry;
-  registry.RegisterAll();
-  ParameterContainer container;
-  registry.GetParameters(container);
-  const auto real = Find<RealParameter>(container, "Real", "G").GetValidationCriteria();
-  EXPECT_EQ(real.first, std::numeric_limits<double>::lowest());
-  EXPECT_EQ(real.second, std::numeric_limits<double>::max());
-  EXPECT_EQ(Find<IntegerParameter>(container, "Unsigned", "G").GetValidationCriteria(),
-            (IntegerParameter::Criteria{0, -1}));
-  EXPECT_EQ(Find<IntegerParameter>(container, "Flag", "G").GetValidationCriteria(),
-            (IntegerParameter::Criteria{0, 1}));
-  EXPECT_EQ(Find<IntegerParameter>(container, "Small", "G").GetValidationCriteria(),
-            (IntegerParameter::Criteria{std::numeric_limits<int>::min(),
-                                        std::numeric_limits<int>::max()}));
-  EXPECT_TRUE(Find<PathParameter>(container, "Path", "G").GetValidationCriteria().empty());
-  EXPECT_EQ(Find<StringParameter>(container, "Text", "G").GetValidationCriteria(), ".*");
-}
-
-TEST(ParameterizedObjectLinks, ValuesCrossBetweenFieldsAndParameters) {
+TEST(ParameterizedObjectLinks, ValuesCrossBetweenFieldsAndParametersWithCriteriaOfTheFieldType) {
   Registry registry;
   registry.RegisterAll();
   registry.fields.unsigned_count = std::numeric_limits<unsigned long>::max();
@@ -388,20 +348,37 @@ TEST(ParameterizedObjectLinks, ValuesCrossBetweenFieldsAndParameters) {
 
   ParameterContainer container;
   registry.GetParameters(container);
-  EXPECT_EQ(Find<RealParameter>(container, "Real", "G").GetValue(), -2.25);
-  EXPECT_EQ(Find<IntegerParameter>(container, "Unsigned", "G").GetValue(), -1);
-  EXPECT_EQ(Find<IntegerParameter>(container, "Flag", "G").GetValue(), 1);
-  EXPECT_EQ(Find<EnumParameter>(container, "Colour", "G").GetValue(), 0);
-  EXPECT_EQ(Find<PathParameter>(container, "Path", "G").GetValue().ToString(), "a/b");
-  EXPECT_EQ(Find<StringParameter>(container, "Text", "G").GetValue(), "text");
-  EXPECT_EQ(Find<IntegerParameter>(container, "Small", "G").GetValue(), -9);
+  auto& real = Find<RealParameter>(container, "Real", "G");
+  auto& count = Find<IntegerParameter>(container, "Unsigned", "G");
+  auto& flag = Find<IntegerParameter>(container, "Flag", "G");
+  auto& colour = Find<EnumParameter>(container, "Colour", "G");
+  auto& path = Find<PathParameter>(container, "Path", "G");
+  auto& text = Find<StringParameter>(container, "Text", "G");
+  auto& small = Find<IntegerParameter>(container, "Small", "G");
+  EXPECT_EQ(real.GetValue(), -2.25);
+  EXPECT_EQ(count.GetValue(), -1);
+  EXPECT_EQ(flag.GetValue(), 1);
+  EXPECT_EQ(colour.GetValue(), 0);
+  EXPECT_EQ(path.GetValue().ToString(), "a/b");
+  EXPECT_EQ(text.GetValue(), "text");
+  EXPECT_EQ(small.GetValue(), -9);
 
-  Find<IntegerParameter>(container, "Unsigned", "G").SetValue(-2);
-  Find<IntegerParameter>(container, "Flag", "G").SetValue(2);  // any non-zero value is true
-  Find<EnumParameter>(container, "Colour", "G").SetValue(2);
-  Find<PathParameter>(container, "Path", "G").SetValue(Path("c/d"));
-  Find<StringParameter>(container, "Text", "G").SetValue("other");
-  Find<IntegerParameter>(container, "Small", "G").SetValue(12);
+  using Limits = std::numeric_limits<double>;
+  EXPECT_EQ(real.GetValidationCriteria(), std::make_pair(Limits::lowest(), Limits::max()));
+  EXPECT_EQ(count.GetValidationCriteria(), (IntegerParameter::Criteria{0, -1}));
+  EXPECT_EQ(flag.GetValidationCriteria(), (IntegerParameter::Criteria{0, 1}));
+  EXPECT_EQ(small.GetValidationCriteria(),
+            (IntegerParameter::Criteria{std::numeric_limits<int>::min(),
+                                        std::numeric_limits<int>::max()}));
+  EXPECT_TRUE(path.GetValidationCriteria().empty());
+  EXPECT_EQ(text.GetValidationCriteria(), ".*");
+
+  count.SetValue(-2);
+  flag.SetValue(2);  // any non-zero value is true
+  colour.SetValue(2);
+  path.SetValue(Path("c/d"));
+  text.SetValue("other");
+  small.SetValue(12);
   registry.fields.flag = false;
   registry.SetParameters(container);
   EXPECT_EQ(registry.fields.unsigned_count, std::numeric_limits<unsigned long>::max() - 1);
@@ -413,7 +390,7 @@ TEST(ParameterizedObjectLinks, ValuesCrossBetweenFieldsAndParameters) {
   EXPECT_EQ(registry.fields.real, -2.25);
 }
 
-TEST(ParameterizedObjectLinks, ExtractIgnoresAParameterOfAnotherKind) {
+TEST(ParameterizedObjectLinks, ExtractIgnoresOtherKindsAndInitializeConstructsInRawStorage) {
   Registry registry;
   registry.RegisterAll();
   const auto* link = registry._GetTranslator().FindParameterLink("Real", "G");
@@ -427,16 +404,13 @@ TEST(ParameterizedObjectLinks, ExtractIgnoresAParameterOfAnotherKind) {
   right.SetValue(3.5);
   link->ExtractValue(fields, right);
   EXPECT_EQ(fields.real, 3.5);
-}
 
-TEST(ParameterizedObjectLinks, InitializeDataConstructsPathsAndStringsInRawStorage) {
-  Registry registry;
-  registry.RegisterAll();
+  // Paths and strings are constructed in storage that holds garbage.
   alignas(Registry::Fields) unsigned char storage[sizeof(Registry::Fields)];
   std::memset(storage, 0xff, sizeof storage);
   const auto& links = registry._GetTranslator().GetParameterLinks();
-  for (const auto& link : links) {
-    link->InitializeData(storage);
+  for (const auto& each : links) {
+    each->InitializeData(storage);
   }
   const Registry::Fields& reference = registry.reference;
   const auto* text = std::launder(
@@ -445,50 +419,36 @@ TEST(ParameterizedObjectLinks, InitializeDataConstructsPathsAndStringsInRawStora
       reinterpret_cast<Path*>(storage + registry._GetDistance(reference, reference.path)));
   EXPECT_TRUE(text->empty());
   EXPECT_TRUE(path->ToString().empty());
-  for (const auto& link : links) {
-    link->CleanData(storage);
+  for (const auto& each : links) {
+    each->CleanData(storage);
   }
 }
 
 // ---------------------------------------------------------------------------------------------
 // The module's parameters
 
-TEST(ProcessingModuleParameters, ConstructorAppliesTheGivenValues) {
+TEST(ProcessingModuleParameters, ConstructorAppliesTheGivenValuesAndCreateGivesDefaults) {
   const TestModule module(Changed());
-  EXPECT_TRUE(module.debug_dump);
-  EXPECT_EQ(module.debug_dump_dir.ToString(), "/tmp/dump");
-  EXPECT_EQ(module.threshold, 2.0);
-  EXPECT_EQ(module.count, 11u);
-  EXPECT_EQ(module.colour, C_BLUE);
-  EXPECT_EQ(module.label, "changed");
+  EXPECT_EQ(Values(module.held), Values(Changed()));
   EXPECT_TRUE(module.child.verbose);  // slaved to the parent's debug flag
   EXPECT_EQ(module.calls,
-            (std::vector<std::string>{"_CheckParameters", "_SetConfigurationParameters",
-                                      "_SetRuntimeParameters"}));
-}
+            (Calls{"_CheckParameters", "_SetConfigurationParameters", "_SetRuntimeParameters"}));
 
-TEST(ProcessingModuleParameters, CreateParametersGivesDefaultsNotCurrentValues) {
-  const TestModule module(Changed());
   const std::unique_ptr<ParameterizedObject::Parameters> created = module.CreateParameters();
   const auto* parameters = dynamic_cast<const TestModule::Parameters*>(created.get());
   ASSERT_NE(parameters, nullptr);
-  const TestModule::Parameters defaults;
-  EXPECT_EQ(parameters->threshold, defaults.threshold);
-  EXPECT_EQ(parameters->count, defaults.count);
-  EXPECT_EQ(parameters->colour, defaults.colour);
-  EXPECT_EQ(parameters->label, defaults.label);
-  EXPECT_EQ(parameters->debug_dump, defaults.debug_dump);
-  EXPECT_EQ(parameters->debug_dump_dir.ToString(), defaults.debug_dump_dir.ToString());
+  EXPECT_EQ(Values(*parameters), Values(TestModule::Parameters()));
   EXPECT_NE(dynamic_cast<const ChildModule::Parameters*>(module.child.CreateParameters().get()),
             nullptr);
 }
 
-TEST(ProcessingModuleParameters, HiddenParameterStillTravelsThroughTheStructure) {
-  TestModule module(TestModule::Parameters{});
+TEST(ProcessingModuleParameters, HiddenChildParameterStillTravelsThroughTheStructure) {
+  TestModule module;
   ParameterContainer container;
   module.GetParameters(container);
   const ParameterContainer* child = container.FindChild("Child module");
   ASSERT_NE(child, nullptr);
+  EXPECT_EQ(child->GetName() + "/" + child->GetDescription(), "Child/Child parameters");
   ASSERT_NE(child->FindParameter("Verbose", "Debug"), nullptr);
   EXPECT_TRUE(child->FindParameter("Verbose", "Debug")->IsHidden());
   ASSERT_EQ(child->GetVisibleParameters().size(), 1u);
@@ -501,36 +461,31 @@ TEST(ProcessingModuleParameters, HiddenParameterStillTravelsThroughTheStructure)
   ChildModule::Parameters read;
   module.GetParameters(read);  // forwarded to the child by type
   EXPECT_TRUE(read.verbose);
-}
 
-TEST(ProcessingModuleParameters, ForwardedStructureChangesTheChildNotTheParent) {
-  TestModule module(TestModule::Parameters{});
-  ChildModule::Parameters parameters;
+  // A structure of the child's type changes the child, not the parent.
   parameters.gain = 4.0;
   module.SetRuntimeParameters(parameters);
   EXPECT_EQ(module.child.gain, 4.0);
-  EXPECT_EQ(module.threshold, 0.5);
-  EXPECT_EQ(module.label, "none");
+  EXPECT_EQ(Values(module.held), Values(TestModule::Parameters()));
 }
 
 TEST(ProcessingModuleParameters, GenericEditorListsAndSetsThroughAContainer) {
-  TestModule module(TestModule::Parameters{});
+  TestModule module;
   ParameterContainer container;
   module.GetParameters(container);
   EXPECT_EQ(container.GetTitle(), "PM_Test");
   EXPECT_EQ(container.GetName(), "Test module");
   EXPECT_EQ(container.GetDescription(), "Parameters of the test module");
-
-  std::vector<std::string> listed;
+  Calls listed;
   for (const Parameter* parameter : container.GetVisibleParameters()) {
     listed.push_back(parameter->GetGroup() + "/" + parameter->GetTitle() + ": " +
                      parameter->GetDescription());
   }
-  EXPECT_EQ(listed, (std::vector<std::string>{
-                        "Limits/Threshold: Smallest accepted value.", "Limits/Count: How many.",
-                        "Display/Colour: Colour of the plot.", "Display/Label: A lower case name.",
-                        "Debug/Enable debug dump: Dump intermediate results.",
-                        "Debug/Debug dump dir: Output directory."}));
+  EXPECT_EQ(listed,
+            (Calls{"Limits/Threshold: Smallest accepted value.", "Limits/Count: How many.",
+                   "Display/Colour: Colour of the plot.", "Display/Label: A lower case name.",
+                   "Debug/Enable debug dump: Dump intermediate results.",
+                   "Debug/Debug dump dir: Output directory."}));
 
   // The editor checks input against the criteria before it takes it.
   auto& threshold = Find<RealParameter>(container, "Threshold", "Limits");
@@ -556,21 +511,16 @@ TEST(ProcessingModuleParameters, GenericEditorListsAndSetsThroughAContainer) {
 
   module.calls.clear();
   module.SetParameters(container);
-  EXPECT_EQ(module.threshold, 7.5);
-  EXPECT_EQ(module.colour, C_RED);
-  EXPECT_EQ(module.label, "edited");
-  EXPECT_EQ(module.count, 99u);
-  EXPECT_TRUE(module.debug_dump);
-  EXPECT_EQ(module.debug_dump_dir.ToString(), "out");
+  EXPECT_EQ(Values(module.held),
+            std::make_tuple(true, std::string("out"), 7.5, 99UL, C_RED, std::string("edited")));
   EXPECT_EQ(module.child.gain, 0.25);
   EXPECT_TRUE(module.child.verbose);
-  EXPECT_EQ(module.calls,
-            (std::vector<std::string>{"_GetParameters", "_CheckParameters",
-                                      "_SetConfigurationParameters", "_SetRuntimeParameters"}));
+  EXPECT_EQ(module.calls, (Calls{"_GetParameters", "_CheckParameters",
+                                 "_SetConfigurationParameters", "_SetRuntimeParameters"}));
 }
 
 TEST(ProcessingModuleParameters, ContainerFromAnotherVersionAppliesWhatMatches) {
-  TestModule module(TestModule::Parameters{});
+  TestModule module;
   ParameterContainer container;
   module.GetParameters(container);
   Find<RealParameter>(container, "Threshold", "Limits").SetValue(3.0);
@@ -588,20 +538,20 @@ TEST(ProcessingModuleParameters, ContainerFromAnotherVersionAppliesWhatMatches) 
 
   LogCapture log;
   module.SetParameters(edited);
-  EXPECT_EQ(module.threshold, 3.0);
-  EXPECT_EQ(module.count, 3u);
-  ASSERT_EQ(log.infos.size(), 3u);
-  EXPECT_NE(log.infos[0].find("\"Count\""), std::string::npos);
-  EXPECT_NE(log.infos[1].find("\"Retired\""), std::string::npos);
-  EXPECT_NE(log.infos[2].find("\"Unknown child\""), std::string::npos);
-  EXPECT_TRUE(log.errors.empty());
+  EXPECT_EQ(module.held.threshold, 3.0);
+  EXPECT_EQ(module.held.count, 3u);
+  const Calls infos = log.Messages(Logger::eLevel::Info);
+  ASSERT_EQ(infos.size(), 3u);
+  EXPECT_NE(infos[0].find("\"Count\""), std::string::npos);
+  EXPECT_NE(infos[1].find("\"Retired\""), std::string::npos);
+  EXPECT_NE(infos[2].find("\"Unknown child\""), std::string::npos);
+  EXPECT_TRUE(log.Messages(Logger::eLevel::Error).empty());
 }
 
 TEST(ProcessingModuleParameters, RefusedValuesLeaveEveryMemberUnchanged) {
-  TestModule module(TestModule::Parameters{});
+  TestModule module;
   TestModule::Parameters bad = Changed();
   bad.threshold = -1.0;
-
   LogCapture log;
   EXPECT_THROW(module.SetParameters(bad), std::invalid_argument);
   EXPECT_THROW(module.SetConfigurationParameters(bad), std::invalid_argument);
@@ -612,59 +562,61 @@ TEST(ProcessingModuleParameters, RefusedValuesLeaveEveryMemberUnchanged) {
   Find<StringParameter>(container, "Label", "Display").SetValue("changed");
   EXPECT_THROW(module.SetParameters(container), std::invalid_argument);
 
-  EXPECT_EQ(log.errors, std::vector<std::string>(4, "threshold must be positive"));
-  EXPECT_FALSE(module.debug_dump);
-  EXPECT_EQ(module.debug_dump_dir.ToString(), "./debug_dump/");
-  EXPECT_EQ(module.threshold, 0.5);
-  EXPECT_EQ(module.count, 3u);
-  EXPECT_EQ(module.colour, C_GREEN);
-  EXPECT_EQ(module.label, "none");
+  EXPECT_EQ(log.Messages(Logger::eLevel::Error), Calls(4, "threshold must be positive"));
+  EXPECT_EQ(Values(module.held), Values(TestModule::Parameters()));
   EXPECT_FALSE(module.child.verbose);
 }
 
 TEST(ProcessingModuleParameters, HalvesChangeOnlyTheirOwnFields) {
-  TestModule module(TestModule::Parameters{});
+  TestModule module;
   module.calls.clear();
   module.SetConfigurationParameters(Changed());
-  EXPECT_TRUE(module.debug_dump);
-  EXPECT_EQ(module.threshold, 0.5);
-  EXPECT_EQ(module.calls,
-            (std::vector<std::string>{"_CheckParameters", "_SetConfigurationParameters"}));
+  TestModule::Parameters expected;
+  expected.debug_dump = true;
+  expected.debug_dump_dir = "/tmp/dump";
+  EXPECT_EQ(Values(module.held), Values(expected));
+  EXPECT_EQ(module.calls, (Calls{"_CheckParameters", "_SetConfigurationParameters"}));
 
   module.calls.clear();
   module.SetRuntimeParameters(Changed());
-  EXPECT_EQ(module.threshold, 2.0);
-  EXPECT_EQ(module.label, "changed");
-  EXPECT_EQ(module.calls, (std::vector<std::string>{"_CheckParameters", "_SetRuntimeParameters"}));
+  EXPECT_EQ(Values(module.held), Values(Changed()));
+  EXPECT_EQ(module.calls, (Calls{"_CheckParameters", "_SetRuntimeParameters"}));
 }
 
 TEST(ProcessingModuleParameters, WrongDynamicTypeIsRefusedAndLogged) {
   struct Foreign : ProcessingModule::Parameters {};
-  TestModule module(TestModule::Parameters{});
+  TestModule module;
+  Foreign foreign;
+  const std::string parameters = ProcessingModule::kIncompatibleParameters;
+  const std::string data = ProcessingModule::kIncompatibleInitializationData;
+  const std::vector<std::pair<std::function<void()>, std::string>> calls = {
+      {[&] { module.SetParameters(foreign); }, parameters},
+      {[&] { module.SetConfigurationParameters(foreign); }, parameters},
+      {[&] { module.SetRuntimeParameters(foreign); }, parameters},
+      {[&] { module.GetParameters(foreign); }, parameters},
+      {[&] { module.Initialize(ProcessingModule::InitializationData()); }, data}};
   LogCapture log;
-  for (const auto& call :
-       std::vector<std::function<void()>>{[&] { module.SetParameters(Foreign()); },
-                                          [&] { module.SetConfigurationParameters(Foreign()); },
-                                          [&] { module.SetRuntimeParameters(Foreign()); },
-                                          [&] {
-                                            Foreign foreign;
-                                            module.GetParameters(foreign);
-                                          }}) {
+  Calls expected;
+  for (auto const& [call, text] : calls) {
     try {
       call();
-      ADD_FAILURE() << "no exception";
+      ADD_FAILURE() << "no exception for " << text;
     } catch (const std::runtime_error& error) {
-      EXPECT_STREQ(error.what(), "incompatible parameters object");
+      EXPECT_EQ(error.what(), text);
     }
+    expected.push_back(text);
   }
-  EXPECT_EQ(log.errors, std::vector<std::string>(4, "incompatible parameters object"));
+  EXPECT_EQ(log.Messages(Logger::eLevel::Error), expected);
+  EXPECT_FALSE(module.IsInitialized());
+  EXPECT_EQ(parameters, "incompatible parameters object");
+  EXPECT_EQ(data, "incompatible initialization data object");
 }
 
 // ---------------------------------------------------------------------------------------------
 // The initialize cycle
 
 TEST(ProcessingModuleLifecycle, InitializeAndDeallocateRunTheirHooks) {
-  TestModule module(TestModule::Parameters{});
+  TestModule module;
   module.calls.clear();
   EXPECT_FALSE(module.IsInitialized());
   TestModule::InitializationData data;
@@ -676,20 +628,7 @@ TEST(ProcessingModuleLifecycle, InitializeAndDeallocateRunTheirHooks) {
   EXPECT_FALSE(module.IsInitialized());
   EXPECT_EQ(module.size, 0);
   module.Initialize(data);
-  EXPECT_EQ(module.calls, (std::vector<std::string>{"_Initialize", "_Deallocate", "_Initialize"}));
-}
-
-TEST(ProcessingModuleLifecycle, WrongInitializationDataIsRefusedAndLogged) {
-  TestModule module(TestModule::Parameters{});
-  LogCapture log;
-  try {
-    module.Initialize(ProcessingModule::InitializationData());
-    ADD_FAILURE() << "no exception";
-  } catch (const std::runtime_error& error) {
-    EXPECT_STREQ(error.what(), "incompatible initialization data object");
-  }
-  EXPECT_FALSE(module.IsInitialized());
-  EXPECT_EQ(log.errors, std::vector<std::string>{"incompatible initialization data object"});
+  EXPECT_EQ(module.calls, (Calls{"_Initialize", "_Deallocate", "_Initialize"}));
 }
 
 }  // namespace

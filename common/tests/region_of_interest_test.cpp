@@ -4,33 +4,27 @@
 
 #include <limits>
 #include <string>
+#include <tuple>
 #include <vector>
+
+#include "parsing_events.h"
 
 namespace kelto::common {
 namespace {
 
-using ParsingResult = XMLSerializableInterface::ParsingResult;
-using Event = ParsingResult::Event;
+using namespace testing;  // NOLINT: the event short forms
 
-Event ReadStart(const char* tag) {
-  return Event(ParsingResult::Ok, Event::ReadStart, tag);
-}
 Event Missing(const char* name) {
-  return Event(ParsingResult::Error, Event::MissingElement, name);
+  return Failed(Event::MissingElement, name);
 }
 Event Check(const char* condition) {
-  return Event(ParsingResult::Error, Event::SanityCheck, condition);
-}
-
-std::vector<Event> Events(ParsingResult const& result) {
-  return {result.events().begin(), result.events().end()};
+  return Failed(Event::SanityCheck, condition);
 }
 
 TEST(RegionOfInterestXml, RoundTripKeepsEveryDigit) {
   const RegionOfInterest written(0.1, 2.25, 640.0, 1.0 / 3.0);
   const std::string text = written.WriteString();
   EXPECT_NE(text.find("<region_of_interest>"), std::string::npos) << text;
-
   RegionOfInterest read;
   ParsingResult result;
   read.ReadString(result, text);
@@ -39,58 +33,46 @@ TEST(RegionOfInterestXml, RoundTripKeepsEveryDigit) {
   EXPECT_EQ(result.state(), ParsingResult::Ok);
 }
 
-TEST(RegionOfInterestXml, TheTagIsWhateverTheOwnerNamedTheElement) {
-  RegionOfInterest read;
-  ParsingResult result;
-  read.ReadString(result,
-                  "<filter_area><offset_x>4</offset_x><offset_y>8</offset_y>"
-                  "<width>16</width><height>32</height></filter_area>");
-  EXPECT_EQ(read, RegionOfInterest(4, 8, 16, 32));
-  EXPECT_EQ(Events(result), std::vector<Event>{ReadStart("filter_area")});
-}
-
-TEST(RegionOfInterestXml, EachMissingOrUnreadableValueIsAnEventAndFallsBackToZero) {
-  RegionOfInterest read(1, 2, 3, 4);
-  ParsingResult result;
-  read.ReadString(result, "<filter_area><width> 16 </width><height>tall</height></filter_area>");
-  EXPECT_EQ(read, RegionOfInterest(0, 0, 16, 0));
-  EXPECT_EQ(Events(result), (std::vector<Event>{ReadStart("filter_area"), Missing("offset_x"),
-                                                Missing("offset_y"), Missing("height")}));
-  EXPECT_EQ(result.state(), ParsingResult::Error);
-}
-
-TEST(RegionOfInterestXml, ReadingDoesNotRunTheSanityChecks) {
-  RegionOfInterest read;
-  ParsingResult result;
-  read.ReadString(result,
-                  "<r><offset_x>-1</offset_x><offset_y>0</offset_y><width>0</width>"
-                  "<height>0</height></r>");
-  EXPECT_EQ(Events(result), std::vector<Event>{ReadStart("r")});
+TEST(RegionOfInterestXml, MissingOrUnreadableValuesAreEventsAndZeroButNoCheckRuns) {
+  // The tag is whatever the owner named the element; the sanity checks are not part of reading.
+  const std::vector<std::tuple<std::string, RegionOfInterest, std::vector<Event>>> cases = {
+      {"<filter_area><offset_x>4</offset_x><offset_y>8</offset_y><width>16</width>"
+       "<height>32</height></filter_area>",
+       RegionOfInterest(4, 8, 16, 32),
+       {ReadStart("filter_area")}},
+      {"<filter_area><width> 16 </width><height>tall</height></filter_area>",
+       RegionOfInterest(0, 0, 16, 0),
+       {ReadStart("filter_area"), Missing("offset_x"), Missing("offset_y"), Missing("height")}},
+      {"<r><offset_x>-1</offset_x><offset_y>0</offset_y><width>0</width><height>0</height></r>",
+       RegionOfInterest(-1, 0, 0, 0),
+       {ReadStart("r")}},
+  };
+  for (auto const& [document, expected, events] : cases) {
+    RegionOfInterest read(1, 2, 3, 4);
+    ParsingResult result;
+    read.ReadString(result, document);
+    EXPECT_EQ(read, expected) << document;
+    EXPECT_EQ(Events(result), events) << document;
+  }
 }
 
 TEST(RegionOfInterestChecks, EveryFailedConditionInOrder) {
-  ParsingResult all;
-  RegionOfInterest(-1, -0.5, 0, -3).RunSanityChecks(all);
-  EXPECT_EQ(Events(all), (std::vector<Event>{Check("0 < width"), Check("0 < height"),
-                                             Check("0.0 <= offset_x"), Check("0.0 <= offset_y")}));
-
-  ParsingResult defaults;
-  RegionOfInterest().RunSanityChecks(defaults);
-  EXPECT_EQ(Events(defaults), (std::vector<Event>{Check("0 < width"), Check("0 < height")}));
-
-  ParsingResult offsets;
-  RegionOfInterest(-1, -1, 1, 1).RunSanityChecks(offsets);
-  EXPECT_EQ(Events(offsets),
-            (std::vector<Event>{Check("0.0 <= offset_x"), Check("0.0 <= offset_y")}));
-
-  ParsingResult nan;
-  RegionOfInterest(0, 0, std::numeric_limits<double>::quiet_NaN(), 1).RunSanityChecks(nan);
-  EXPECT_EQ(Events(nan), std::vector<Event>{Check("0 < width")});
-
-  ParsingResult fine;
-  RegionOfInterest(0, 0, 0.5, 1).RunSanityChecks(fine);
-  EXPECT_TRUE(fine.events().empty());
-  EXPECT_EQ(fine.state(), ParsingResult::Ok);
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const std::vector<std::pair<RegionOfInterest, std::vector<Event>>> cases = {
+      {RegionOfInterest(-1, -0.5, 0, -3),
+       {Check("0 < width"), Check("0 < height"), Check("0.0 <= offset_x"),
+        Check("0.0 <= offset_y")}},
+      {RegionOfInterest(), {Check("0 < width"), Check("0 < height")}},
+      {RegionOfInterest(-1, -1, 1, 1), {Check("0.0 <= offset_x"), Check("0.0 <= offset_y")}},
+      {RegionOfInterest(0, 0, nan, 1), {Check("0 < width")}},
+      {RegionOfInterest(0, 0, 0.5, 1), {}},
+  };
+  for (auto const& [region, events] : cases) {
+    ParsingResult result;
+    region.RunSanityChecks(result);
+    EXPECT_EQ(Events(result), events) << region.width << " x " << region.height;
+    EXPECT_EQ(result.state(), events.empty() ? ParsingResult::Ok : ParsingResult::Error);
+  }
 }
 
 TEST(RegionOfInterestCompare, AllFourFieldsCount) {

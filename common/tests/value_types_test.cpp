@@ -76,7 +76,6 @@ TEST(Spectrum, ClearResetsEverythingThroughTheBase) {
   spectrum.wavelength_resolution_nm = 1;
   spectrum.wavelengths.SetValues({600, 601});
   spectrum.values.SetValues({0.1, 0.2});
-  const Spectrum copy = spectrum;
 
   static_cast<Spectrum&>(spectrum).Clear();
   EXPECT_EQ(spectrum.tag, 0);
@@ -84,8 +83,6 @@ TEST(Spectrum, ClearResetsEverythingThroughTheBase) {
       spectrum.wavelength_start_nm + spectrum.wavelength_end_nm + spectrum.wavelength_resolution_nm,
       0.0);
   EXPECT_EQ(spectrum.wavelengths.Size() + spectrum.values.Size(), 0u);
-  EXPECT_EQ(copy.wavelength_end_nm, 975.0);
-  EXPECT_EQ(copy.values, Vector({0.1, 0.2}));
 }
 
 TEST(FilterResponse, CopiesBothArrays) {
@@ -96,8 +93,6 @@ TEST(FilterResponse, CopiesBothArrays) {
   EXPECT_EQ(filter.response, (std::vector<double>{0.1, 0.9, 0.2}));
   EXPECT_EQ(filter.wavelengths, (std::vector<double>{500, 510, 520}));
   EXPECT_EQ(filter.index, 17u);
-  EXPECT_EQ(filter.first_peak.wavelength_nm, 0.0);
-  EXPECT_EQ(filter.second_peak.quantum_efficiency, 0.0);
 
   const FilterResponse empty(nullptr, nullptr, 0, 1);
   EXPECT_TRUE(empty.response.empty());

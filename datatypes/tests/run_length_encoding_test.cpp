@@ -13,32 +13,19 @@ namespace {
 
 using Pixels = std::vector<std::pair<int, int>>;
 
-TEST(RunLengthEncoding, RasterizeListsPixelsInRunOrder) {
-  RunLengthEncoding encoding;
-  encoding.AddRun(5, 2, 3);
-  encoding.AddRun(-2, -1, 2);
-  encoding.AddRun(0, 7, 1);
-  EXPECT_EQ(encoding.GetNrOfPixels(), 6UL);
-  EXPECT_EQ(RunLengthEncodingOperations::Rasterize(encoding),
-            (Pixels{{5, 2}, {6, 2}, {7, 2}, {-2, -1}, {-1, -1}, {0, 7}}));
-}
-
-TEST(RunLengthEncoding, OverlappingRunsAreKeptAsGiven) {
-  RunLengthEncoding encoding;
-  encoding.AddRun(0, 0, 2);
-  encoding.AddRun(1, 0, 2);
-  EXPECT_EQ(encoding.GetRuns().size(), 2UL);
-  EXPECT_EQ(encoding.GetNrOfPixels(), 4UL);
-  EXPECT_EQ(RunLengthEncodingOperations::Rasterize(encoding),
-            (Pixels{{0, 0}, {1, 0}, {1, 0}, {2, 0}}));
-}
-
-TEST(RunLengthEncoding, EmptyAndClearedEncodingsHaveNoPixels) {
+TEST(RunLengthEncoding, RasterizeListsPixelsInRunOrderKeepingOverlaps) {
   RunLengthEncoding encoding;
   EXPECT_TRUE(encoding.IsEmpty());
   EXPECT_TRUE(RunLengthEncodingOperations::Rasterize(encoding).empty());
-  encoding.AddRun(3, 4, 5);
+  encoding.AddRun(5, 2, 3);
+  encoding.AddRun(-2, -1, 2);
+  encoding.AddRun(0, 7, 1);
+  encoding.AddRun(-1, -1, 2);  // overlaps the second run; both are kept as given
   EXPECT_FALSE(encoding.IsEmpty());
+  EXPECT_EQ(encoding.GetRuns().size(), 4UL);
+  EXPECT_EQ(encoding.GetNrOfPixels(), 8UL);
+  EXPECT_EQ(RunLengthEncodingOperations::Rasterize(encoding),
+            (Pixels{{5, 2}, {6, 2}, {7, 2}, {-2, -1}, {-1, -1}, {0, 7}, {-1, -1}, {0, -1}}));
   encoding.Clear();
   EXPECT_TRUE(encoding.IsEmpty());
   EXPECT_EQ(encoding.GetNrOfPixels(), 0UL);

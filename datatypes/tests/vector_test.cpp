@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <new>
+#include <utility>
 #include <vector>
 
 #include <kelto/datatypes/matrix.h>
@@ -64,7 +65,7 @@ TEST(VectorConstruction, CopyOfAViewOwnsItsElements) {
   EXPECT_EQ(memory[0], 1.0);
 }
 
-TEST(VectorAllocate, SameSizeKeepsElementsWhateverKeepSays) {
+TEST(VectorAllocate, SameSizeKeepsEverythingAndKeepCarriesTheCommonPrefixOver) {
   for (bool keep : {false, true}) {
     Vector<double> v(3, 4.0);
     const double* before = v.data;
@@ -72,14 +73,10 @@ TEST(VectorAllocate, SameSizeKeepsElementsWhateverKeepSays) {
     EXPECT_EQ(v.data, before);
     EXPECT_EQ(Values(v), (std::vector<double>{4.0, 4.0, 4.0}));
   }
-}
-
-TEST(VectorAllocate, KeepCarriesTheCommonPrefixOver) {
   Vector<double> v(2, 4.0);
   v._Allocate(5, true);
   EXPECT_EQ(v.size, 5u);
-  EXPECT_EQ(v[0], 4.0);
-  EXPECT_EQ(v[1], 4.0);
+  EXPECT_EQ(std::make_pair(v[0], v[1]), std::make_pair(4.0, 4.0));
   v._Allocate(1, true);
   EXPECT_EQ(Values(v), std::vector<double>{4.0});
 }

@@ -7,17 +7,15 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <initializer_list>
 #include <iomanip>
+#include <limits>
 #include <memory>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -28,6 +26,7 @@
 #include <kelto/datatypes/band_storage.h>
 #include <kelto/datatypes/hypercube.h>
 
+#include "../../common/tests/temporary_directory.h"
 #include "hypercube_loader.h"
 
 namespace kelto::tools {
@@ -88,7 +87,13 @@ bool HostIsBigEndian() {
 template <typename T>
 std::string RawSamples(const std::string& interleave, bool big_endian) {
   std::string bytes;
-  const auto append = [&](unsigned long b, unsigned long x, unsigned long y) {
+  for (unsigned long i = 0; i < kBands * kHeight * kWidth; ++i) {
+    // Band, line, sample for "bsq"; line, band, sample for "bil"; line, sample, band for "bip".
+    const unsigned long b = interleave == "bsq"   ? i / (kHeight * kWidth)
+                            : interleave == "bil" ? i / kWidth % kBands
+                                                  : i % kBands;
+    const unsigned long y = interleave == "bsq" ? i / kWidth % kHeight : i / (kBands * kWidth);
+    const unsigned long x = interleave == "bip" ? i / kBands % kWidth : i % kWidth;
     const T value = Pattern<T>(b, x, y);
     char raw[sizeof(T)];
     std::memcpy(raw, &value, sizeof(T));
@@ -96,22 +101,6 @@ std::string RawSamples(const std::string& interleave, bool big_endian) {
       std::reverse(raw, raw + sizeof(T));
     }
     bytes.append(raw, sizeof(T));
-  };
-  for (unsigned long outer = 0; outer < (interleave == "bsq" ? kBands : kHeight); ++outer) {
-    for (unsigned long middle = 0; middle < (interleave == "bsq"   ? kHeight
-                                             : interleave == "bil" ? kBands
-                                                                   : kWidth);
-         ++middle) {
-      for (unsigned long inner = 0; inner < (interleave == "bip" ? kBands : kWidth); ++inner) {
-        if (interleave == "bsq") {
-          append(outer, inner, middle);
-        } else if (interleave == "bil") {
-          append(middle, inner, outer);
-        } else {
-          append(inner, middle, outer);
-        }
-      }
-    }
   }
   return bytes;
 }
@@ -187,21 +176,14 @@ std::string Text(double value) {
 // A fresh directory per test, removed afterwards.
 class HypercubeLoaderTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string name = std::string(test->test_suite_name()) + "." + test->name();
-    std::replace(name.begin(), name.end(), '/', '_');
-    dir_ = fs::temp_directory_path() / ("kelto_loader_" + std::to_string(::getpid()) + "_" + name);
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override {
-    std::error_code ignored;
-    fs::remove_all(dir_, ignored);
-  }
-
-  fs::path dir_;
+  common::testing::TemporaryDirectory directory_;
+  const fs::path dir_ = directory_.path();
 };
+
+// Equal, or both not a number.
+bool Same(double a, double b) {
+  return a == b || (std::isnan(a) && std::isnan(b));
+}
 
 // A sample type as ENVI and GDAL name it, the loader's code for it, and a no-data value of that
 // type.
@@ -215,7 +197,7 @@ struct SampleType {
     if constexpr (std::is_floating_point_v<T>) {
       return -9999.25;
     } else if constexpr (std::is_signed_v<T>) {
-      return sizeof(T) == 8 ? -99999999999.0 : -9999.0;
+      return sizeof(T) == 8 ? -99999999999.0 : sizeof(T) == 1 ? -128.0 : -9999.0;
     } else {
       return sizeof(T) == 1 ? 255.0 : sizeof(T) == 8 ? 123456789012.0 : 65535.0;
     }
@@ -268,60 +250,58 @@ TYPED_TEST(HypercubeLoaderEnviTypes, SamplesAndFormatInEveryInterleaveAndByteOrd
 using HypercubeLoaderEnvi = HypercubeLoaderTest;
 
 TEST_F(HypercubeLoaderEnvi, HeaderListsGiveBandsFillAndScale) {
-  WriteEnvi<unsigned short>(dir_ / "nm", 12, "bsq", 0, 0,
-                            "data ignore value = 65535\n"
-                            "reflectance scale factor = 10000\n"
-                            "wavelength units = Nanometers\n"
-                            "band names = {blue, green, red, edge}\n"
-                            "wavelength = {\n 470.5, 480,\n 490.25, 500}\n"
-                            "fwhm = {10, 10.5, 11, 12.75}\n");
-  const auto cube = LoadHypercube((dir_ / "nm.hdr").string());
-  const BandImageDataFormat& format = cube->GetDataFormat();
-  EXPECT_EQ(format.fill_value, 65535.0);
-  EXPECT_EQ(format.scale, 10000.0);
-  EXPECT_TRUE(cube->GetHypercubeInfo().is_normalised);
-  const double wavelengths[] = {470.5, 480.0, 490.25, 500.0};
-  const double widths[] = {10.0, 10.5, 11.0, 12.75};
-  const char* const names[] = {"blue", "green", "red", "edge"};
-  ASSERT_EQ(format.GetNrOfBands(), kBands);
-  for (unsigned long b = 0; b < kBands; ++b) {
-    const auto* band = dynamic_cast<const HypercubeBandInfo*>(&format.GetBand(b));
-    ASSERT_NE(band, nullptr) << b;
-    EXPECT_EQ(band->wavelength_nm, wavelengths[b]) << b;
-    EXPECT_EQ(band->fwhm_nm, widths[b]) << b;
-    // GDAL adds the wavelength to the name: "blue (470.5 Nanometers)".
-    EXPECT_EQ(band->name.rfind(names[b], 0), 0U) << band->name;
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  struct Case {
+    std::string interleave, lines;
+    double fill, scale, tolerance;
+    std::vector<double> wavelengths, widths;
+    std::vector<std::string> names;
+  };
+  const Case cases[] = {
+      {"bsq",
+       "data ignore value = 65535\nreflectance scale factor = 10000\n"
+       "wavelength units = Nanometers\nband names = {blue, green, red, edge}\n"
+       "wavelength = {\n 470.5, 480,\n 490.25, 500}\nfwhm = {10, 10.5, 11, 12.75}\n",
+       65535.0,
+       10000.0,
+       0.0,
+       {470.5, 480.0, 490.25, 500.0},
+       {10.0, 10.5, 11.0, 12.75},
+       // GDAL adds the wavelength to the name: "blue (470.5 Nanometers)".
+       {"blue", "green", "red", "edge"}},
+      // Micrometre lists become nanometres.
+      {"bip",
+       "wavelength units = Micrometers\nwavelength = {0.47, 0.5125, 1.6, 2.2}\n"
+       "fwhm = {0.01, 0.0125, 0.05, 0.1}\n",
+       nan,
+       1.0,
+       1e-9,
+       {470.0, 512.5, 1600.0, 2200.0},
+       {10.0, 12.5, 50.0, 100.0},
+       {}},
+      // Without the optional items: no fill, unit scale and no wavelengths.
+      {"bil", "", nan, 1.0, 0.0, {0, 0, 0, 0}, {0, 0, 0, 0}, {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.interleave);
+    WriteEnvi<unsigned short>(dir_ / c.interleave, 12, c.interleave, 0, 0, c.lines);
+    const auto cube = LoadHypercube((dir_ / (c.interleave + ".hdr")).string());
+    const BandImageDataFormat& format = cube->GetDataFormat();
+    EXPECT_TRUE(Same(format.fill_value, c.fill)) << format.fill_value;
+    EXPECT_EQ(format.scale, c.scale);
+    EXPECT_TRUE(cube->GetHypercubeInfo().is_normalised);
+    ASSERT_EQ(format.GetNrOfBands(), kBands);
+    for (unsigned long b = 0; b < kBands; ++b) {
+      const auto* band = dynamic_cast<const HypercubeBandInfo*>(&format.GetBand(b));
+      ASSERT_NE(band, nullptr) << b;
+      EXPECT_NEAR(band->wavelength_nm, c.wavelengths[b], c.tolerance) << b;
+      EXPECT_NEAR(band->fwhm_nm, c.widths[b], c.tolerance) << b;
+      if (!c.names.empty()) {
+        EXPECT_EQ(band->name.rfind(c.names[b], 0), 0U) << band->name;
+      }
+    }
+    ExpectPattern<unsigned short>(*cube);
   }
-  ExpectPattern<unsigned short>(*cube);
-}
-
-TEST_F(HypercubeLoaderEnvi, MicrometreListsBecomeNanometres) {
-  WriteEnvi<float>(dir_ / "um", 4, "bip", 0, 0,
-                   "wavelength units = Micrometers\n"
-                   "wavelength = {0.47, 0.5125, 1.6, 2.2}\n"
-                   "fwhm = {0.01, 0.0125, 0.05, 0.1}\n");
-  const auto cube = LoadHypercube((dir_ / "um.hdr").string());
-  const double wavelengths[] = {470.0, 512.5, 1600.0, 2200.0};
-  const double widths[] = {10.0, 12.5, 50.0, 100.0};
-  for (unsigned long b = 0; b < kBands; ++b) {
-    const auto& band = dynamic_cast<const HypercubeBandInfo&>(cube->GetDataFormat().GetBand(b));
-    EXPECT_NEAR(band.wavelength_nm, wavelengths[b], 1e-9) << b;
-    EXPECT_NEAR(band.fwhm_nm, widths[b], 1e-9) << b;
-  }
-}
-
-TEST_F(HypercubeLoaderEnvi, WithoutTheOptionalItemsNoFillUnitScaleAndNoWavelengths) {
-  WriteEnvi<short>(dir_ / "bare", 2, "bil", 0, 0);
-  const auto cube = LoadHypercube((dir_ / "bare.hdr").string());
-  const BandImageDataFormat& format = cube->GetDataFormat();
-  EXPECT_TRUE(std::isnan(format.fill_value));
-  EXPECT_EQ(format.scale, 1.0);
-  for (unsigned long b = 0; b < kBands; ++b) {
-    const auto& band = dynamic_cast<const HypercubeBandInfo&>(format.GetBand(b));
-    EXPECT_EQ(band.wavelength_nm, 0.0) << b;
-    EXPECT_EQ(band.fwhm_nm, 0.0) << b;
-  }
-  ExpectPattern<short>(*cube);
 }
 
 TEST_F(HypercubeLoaderEnvi, HeaderOrDataFileNamedOpenTheSameCube) {
@@ -335,103 +315,89 @@ TEST_F(HypercubeLoaderEnvi, HeaderOrDataFileNamedOpenTheSameCube) {
   }
 }
 
-// The CubeError that loading path throws; any other exception fails the test on its own.
-std::optional<CubeError> LoadError(const std::string& path) {
-  try {
-    LoadHypercube(path);
-  } catch (const CubeError& error) {
-    return error;
+// Writes the files into dir_, loads `open` there and expects a CubeError with the code whose
+// message names the file `named` and holds every part.
+class HypercubeLoaderErrors : public HypercubeLoaderTest {
+ protected:
+  void ExpectError(CubeError::Code code, const std::string& open, const std::string& named,
+                   const std::vector<std::string>& parts,
+                   const std::vector<std::pair<std::string, std::string>>& files = {}) {
+    SCOPED_TRACE(open);
+    for (const auto& [name, bytes] : files) {
+      WriteFile(dir_ / name, bytes);
+    }
+    std::string message;
+    try {
+      LoadHypercube((dir_ / open).string());
+      ADD_FAILURE() << "loaded without error";
+    } catch (const CubeError& error) {
+      EXPECT_EQ(error.code, code) << error.what();
+      message = error.what();
+    }
+    std::vector<std::string> all = parts;
+    all.push_back((named.empty() ? dir_ : dir_ / named).string());
+    for (const std::string& part : all) {
+      EXPECT_NE(message.find(part), std::string::npos) << message << " lacks " << part;
+    }
   }
-  return std::nullopt;
-}
-
-void ExpectError(const fs::path& path, CubeError::Code code,
-                 std::initializer_list<std::string> message_parts) {
-  const std::optional<CubeError> error = LoadError(path.string());
-  ASSERT_TRUE(error.has_value()) << path << " loaded without error";
-  EXPECT_EQ(error->code, code) << error->what();
-  const std::string message = error->what();
-  for (const std::string& part : message_parts) {
-    EXPECT_NE(message.find(part), std::string::npos)
-        << "the message \"" << message << "\" lacks \"" << part << "\"";
-  }
-}
-
-using HypercubeLoaderErrors = HypercubeLoaderTest;
+};
 
 TEST_F(HypercubeLoaderErrors, MissingAndUnknownFilesCannotBeOpened) {
-  ExpectError(dir_ / "absent.hdr", CubeError::kCannotOpen,
-              {(dir_ / "absent.hdr").string(), "no such file"});
-  ExpectError(dir_, CubeError::kCannotOpen, {dir_.string()});
-
-  WriteFile(dir_ / "lonely.hdr", EnviHeader(12, "bsq", 0, 0));
-  ExpectError(dir_ / "lonely.hdr", CubeError::kCannotOpen,
-              {(dir_ / "lonely.hdr").string(), "no data file beside the header"});
-
-  WriteFile(dir_ / "notes.txt", "samples were taken on a sunny day\nwidth = 5\n");
-  ExpectError(dir_ / "notes.txt", CubeError::kCannotOpen,
-              {(dir_ / "notes.txt").string(), "not an image cube"});
-
+  const auto code = CubeError::kCannotOpen;
+  ExpectError(code, "absent.hdr", "absent.hdr", {"no such file"});
+  ExpectError(code, "", "", {});
+  ExpectError(code, "lonely.hdr", "lonely.hdr", {"no data file beside the header"},
+              {{"lonely.hdr", EnviHeader(12, "bsq", 0, 0)}});
+  ExpectError(code, "notes.txt", "notes.txt", {"not an image cube"},
+              {{"notes.txt", "samples were taken on a sunny day\nwidth = 5\n"}});
   // A header that is no ENVI header, with bytes beside it.
-  WriteFile(dir_ / "junk.hdr", "this is not a header\n");
-  WriteFile(dir_ / "junk.raw", std::string(kWidth * kHeight * kBands * 2, '\x01'));
-  ExpectError(dir_ / "junk.hdr", CubeError::kCannotOpen,
-              {(dir_ / "junk.raw").string(), "not an image cube"});
+  ExpectError(code, "junk.hdr", "junk.raw", {"not an image cube"},
+              {{"junk.hdr", "this is not a header\n"},
+               {"junk.raw", std::string(kWidth * kHeight * kBands * 2, '\x01')}});
 }
 
 TEST_F(HypercubeLoaderErrors, ComplexSamplesMixedBandTypesAndVastCubesAreUnsupported) {
-  WriteFile(dir_ / "complex.hdr", EnviHeader(6, "bsq", 0, 0));
-  WriteFile(dir_ / "complex.raw", std::string(kWidth * kHeight * kBands * 8, '\0'));
-  ExpectError(dir_ / "complex.hdr", CubeError::kUnsupported,
-              {(dir_ / "complex.raw").string(), "CFloat32", "complex"});
-
-  WriteFile(dir_ / "mixed.vrt",
-            "<VRTDataset rasterXSize=\"2\" rasterYSize=\"2\">\n"
-            "  <VRTRasterBand dataType=\"UInt16\" band=\"1\"/>\n"
-            "  <VRTRasterBand dataType=\"Float32\" band=\"2\"/>\n"
-            "</VRTDataset>\n");
-  ExpectError(dir_ / "mixed.vrt", CubeError::kUnsupported,
-              {(dir_ / "mixed.vrt").string(), "bands of different data types"});
-
+  const auto code = CubeError::kUnsupported;
+  ExpectError(code, "complex.hdr", "complex.raw", {"CFloat32", "complex"},
+              {{"complex.hdr", EnviHeader(6, "bsq", 0, 0)},
+               {"complex.raw", std::string(kWidth * kHeight * kBands * 8, '\0')}});
+  ExpectError(code, "mixed.vrt", "mixed.vrt", {"bands of different data types"},
+              {{"mixed.vrt",
+                "<VRTDataset rasterXSize=\"2\" rasterYSize=\"2\">\n"
+                "  <VRTRasterBand dataType=\"UInt16\" band=\"1\"/>\n"
+                "  <VRTRasterBand dataType=\"Float32\" band=\"2\"/>\n</VRTDataset>\n"}});
   // More samples than one object can span: refused before anything is allocated.
-  WriteFile(dir_ / "vast.vrt",
-            "<VRTDataset rasterXSize=\"2147483647\" rasterYSize=\"2147483647\">\n"
-            "  <VRTRasterBand dataType=\"Float64\" band=\"1\"/>\n"
-            "  <VRTRasterBand dataType=\"Float64\" band=\"2\"/>\n"
-            "</VRTDataset>\n");
-  ExpectError(dir_ / "vast.vrt", CubeError::kUnsupported,
-              {(dir_ / "vast.vrt").string(), "2147483647 x 2147483647 pixels of 2 bands",
-               "do not fit in memory"});
+  ExpectError(code, "vast.vrt", "vast.vrt",
+              {"2147483647 x 2147483647 pixels of 2 bands", "do not fit in memory"},
+              {{"vast.vrt",
+                "<VRTDataset rasterXSize=\"2147483647\" rasterYSize=\"2147483647\">\n"
+                "  <VRTRasterBand dataType=\"Float64\" band=\"1\"/>\n"
+                "  <VRTRasterBand dataType=\"Float64\" band=\"2\"/>\n</VRTDataset>\n"}});
 }
 
 TEST_F(HypercubeLoaderErrors, DataFileShorterThanTheHeaderPromises) {
-  const std::size_t promised = kWidth * kHeight * kBands * sizeof(unsigned short);
-  WriteFile(dir_ / "short.hdr", EnviHeader(12, "bsq", 0, 0));
-  WriteFile(dir_ / "short.raw", RawSamples<unsigned short>("bsq", false).substr(1));
-  ExpectError(dir_ / "short.hdr", CubeError::kSizeMismatch,
-              {(dir_ / "short.raw").string(), "header and data size disagree",
-               std::to_string(promised) + " bytes", "holds " + std::to_string(promised - 1)});
-
+  const auto code = CubeError::kSizeMismatch;
+  const std::string samples = RawSamples<unsigned short>("bsq", false);
+  const std::string promised = std::to_string(samples.size());
+  ExpectError(code, "short.hdr", "short.raw",
+              {"header and data size disagree", promised + " bytes",
+               "holds " + std::to_string(samples.size() - 1)},
+              {{"short.hdr", EnviHeader(12, "bsq", 0, 0)}, {"short.raw", samples.substr(1)}});
   // Every sample is there, but the header block in front of them is not.
-  WriteFile(dir_ / "offset.hdr", EnviHeader(12, "bip", 0, 64));
-  WriteFile(dir_ / "offset.raw", RawSamples<unsigned short>("bip", false));
-  ExpectError(dir_ / "offset.hdr", CubeError::kSizeMismatch,
-              {(dir_ / "offset.raw").string(), std::to_string(promised + 64) + " bytes",
-               "holds " + std::to_string(promised)});
-
+  ExpectError(code, "offset.hdr", "offset.raw",
+              {std::to_string(samples.size() + 64) + " bytes", "holds " + promised},
+              {{"offset.hdr", EnviHeader(12, "bsq", 0, 64)}, {"offset.raw", samples}});
   // GDAL refuses a file of less than half its size itself when the cube has more than ten
   // bands; the loader tells that the same way as any other short file.
-  const unsigned long many_bands = 12;
-  const std::size_t quarter = kWidth * kHeight * many_bands / 2;
-  WriteFile(dir_ / "many.hdr", EnviHeader(12, "bsq", 0, 0, "", many_bands));
-  WriteFile(dir_ / "many.raw", std::string(quarter, '\x01'));
-  ExpectError(dir_ / "many.hdr", CubeError::kSizeMismatch,
-              {(dir_ / "many.raw").string(), "header and data size disagree",
-               std::to_string(4 * quarter) + " bytes", "holds " + std::to_string(quarter)});
-
+  const std::size_t quarter = kWidth * kHeight * 12 / 2;
+  ExpectError(code, "many.hdr", "many.raw",
+              {"header and data size disagree", std::to_string(4 * quarter) + " bytes",
+               "holds " + std::to_string(quarter)},
+              {{"many.hdr", EnviHeader(12, "bsq", 0, 0, "", 12)},
+               {"many.raw", std::string(quarter, '\x01')}});
   // Longer than promised is fine: the samples are all there.
   WriteFile(dir_ / "long.hdr", EnviHeader(12, "bsq", 0, 0));
-  WriteFile(dir_ / "long.raw", RawSamples<unsigned short>("bsq", false) + "trailer");
+  WriteFile(dir_ / "long.raw", samples + "trailer");
   ExpectPattern<unsigned short>(*LoadHypercube((dir_ / "long.hdr").string()));
 }
 
@@ -476,57 +442,35 @@ void WriteGeoTiff(const fs::path& path, GDALDataType type, const char* interleav
   GDALClose(GDALDataset::ToHandle(dataset));
 }
 
-using HypercubeLoaderGeoTiff = HypercubeLoaderTest;
-
-TEST_F(HypercubeLoaderGeoTiff, StackKeepsSamplesFillAndInverseScale) {
-  for (const char* interleave : {"PIXEL", "BAND"}) {
-    SCOPED_TRACE(interleave);
-    const fs::path path = dir_ / (std::string(interleave) + ".tif");
-    WriteGeoTiff<unsigned short>(path, GDT_UInt16, interleave, nullptr, 65535.0, 0.0002);
-    const auto cube = LoadHypercube(path.string());
-    const BandImageDataFormat& format = cube->GetDataFormat();
-    EXPECT_EQ(format.data_type, BandImageDataFormat::kUnsignedShort);
-    EXPECT_EQ(format.interleave, std::string(interleave) == "PIXEL"
-                                     ? BandImageDataFormat::kBandInterleavedByPixel
-                                     : BandImageDataFormat::kBandSequential);
-    EXPECT_EQ(format.fill_value, 65535.0);
-    EXPECT_DOUBLE_EQ(format.scale, 5000.0);
-    EXPECT_TRUE(cube->GetHypercubeInfo().is_normalised);
-    ExpectPattern<unsigned short>(*cube);
-  }
-}
-
-TEST_F(HypercubeLoaderGeoTiff, SignedBytesAreReadAsSigned) {
-  const fs::path path = dir_ / "signed.tif";
-  WriteGeoTiff<signed char>(path, GDT_Byte, "BAND", "SIGNEDBYTE", -128.0, 1.0);
-  const auto cube = LoadHypercube(path.string());
-  const BandImageDataFormat& format = cube->GetDataFormat();
-  EXPECT_EQ(format.data_type, BandImageDataFormat::kSignedChar);
-  EXPECT_EQ(format.fill_value, -128.0);
-  // A GDAL scale of 1 leaves the samples as they are.
-  EXPECT_EQ(format.scale, 1.0);
-  ExpectPattern<signed char>(*cube);
-}
-
 template <typename Type>
-class HypercubeLoaderGeoTiffTypes : public HypercubeLoaderTest {};
+class HypercubeLoaderGeoTiff : public HypercubeLoaderTest {};
 
-using WideTypes =
-    ::testing::Types<SampleType<long, 14, BandImageDataFormat::kLong, GDT_Int64>,
-                     SampleType<unsigned long, 15, BandImageDataFormat::kUnsignedLong, GDT_UInt64>>;
-TYPED_TEST_SUITE(HypercubeLoaderGeoTiffTypes, WideTypes);
+// Signed bytes, and the 64-bit integers GDAL reads only from GeoTIFF.
+using GeoTiffTypes = ::testing::Types<
+    SampleType<unsigned short, 12, BandImageDataFormat::kUnsignedShort, GDT_UInt16>,
+    SampleType<signed char, 0, BandImageDataFormat::kSignedChar, GDT_Byte>,
+    SampleType<long, 14, BandImageDataFormat::kLong, GDT_Int64>,
+    SampleType<unsigned long, 15, BandImageDataFormat::kUnsignedLong, GDT_UInt64>>;
+TYPED_TEST_SUITE(HypercubeLoaderGeoTiff, GeoTiffTypes);
 
-TYPED_TEST(HypercubeLoaderGeoTiffTypes, SixtyFourBitIntegersKeepEveryBitAndTheirFill) {
+TYPED_TEST(HypercubeLoaderGeoTiff, StackKeepsEveryBitTheFillAndTheInverseScale) {
   using T = typename TypeParam::Sample;
+  // A GDAL scale of 1 leaves the samples as they are.
+  const double gdal_scale = std::is_same_v<T, unsigned short> ? 0.0002 : 1.0;
+  const char* pixel_type = std::is_same_v<T, signed char> ? "SIGNEDBYTE" : nullptr;
   for (const char* interleave : {"PIXEL", "BAND"}) {
     SCOPED_TRACE(interleave);
     const fs::path path = this->dir_ / (std::string(interleave) + ".tif");
-    WriteGeoTiff<T>(path, TypeParam::kGdal, interleave, nullptr, TypeParam::Fill(), 1.0);
+    WriteGeoTiff<T>(path, TypeParam::kGdal, interleave, pixel_type, TypeParam::Fill(), gdal_scale);
     const auto cube = LoadHypercube(path.string());
     const BandImageDataFormat& format = cube->GetDataFormat();
     EXPECT_EQ(format.data_type, TypeParam::kCode);
+    EXPECT_EQ(format.interleave, std::string(interleave) == "PIXEL"
+                                     ? BandImageDataFormat::kBandInterleavedByPixel
+                                     : BandImageDataFormat::kBandSequential);
     EXPECT_EQ(format.fill_value, TypeParam::Fill());
-    EXPECT_EQ(format.scale, 1.0);
+    EXPECT_DOUBLE_EQ(format.scale, 1.0 / gdal_scale);
+    EXPECT_TRUE(cube->GetHypercubeInfo().is_normalised);
     ExpectPattern<T>(*cube);
   }
 }
