@@ -7,6 +7,7 @@
 #include <limits>
 #include <regex>
 
+#include <kelto/common/read_by_version.h>
 #include <kelto/common/strings.h>
 
 namespace kelto::common {
@@ -72,14 +73,8 @@ void Parameter::SetProperties(const std::string& title, const std::string& descr
 void Parameter::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  const int version = _GetVersion(node);
-  if (version == 0) {
-    _ReadXML_v0(result, node);
-  } else if (version == -1) {
-    result << Event(ParsingResult::Error, Event::MissingVersion, tag);
-  } else {
-    result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
-  }
+  ReadByVersion(*this, result, node, tag, _GetVersion(node), {&Parameter::_ReadXML_v0},
+                NewerVersion::kRefuse, Unversioned::kMissingVersionError);
 }
 
 void Parameter::WriteXML(_xmlNode*& node) const {

@@ -1,4 +1,5 @@
 #include <kelto/common/parameter_container.h>
+#include <kelto/common/read_by_version.h>
 
 #include <deque>
 #include <utility>
@@ -118,14 +119,8 @@ void ParameterContainer::Clear() {
 void ParameterContainer::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  const int version = _GetVersion(node);
-  if (version == 0) {
-    _ReadXML_v0(result, node);
-  } else if (version == -1) {
-    result << Event(ParsingResult::Error, Event::MissingVersion, tag);
-  } else {
-    result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
-  }
+  ReadByVersion(*this, result, node, tag, _GetVersion(node), {&ParameterContainer::_ReadXML_v0},
+                NewerVersion::kRefuse, Unversioned::kMissingVersionError);
 }
 
 void ParameterContainer::WriteXML(_xmlNode*& node) const {

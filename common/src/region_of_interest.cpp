@@ -30,15 +30,10 @@ void RegionOfInterest::WriteXML(_xmlNode*& node) const {
 }
 
 void RegionOfInterest::RunSanityChecks(ParsingResult& result) const {
-  const std::pair<bool, const char*> checks[] = {{0 < width, "0 < width"},
-                                                 {0 < height, "0 < height"},
-                                                 {0.0 <= offset_x, "0.0 <= offset_x"},
-                                                 {0.0 <= offset_y, "0.0 <= offset_y"}};
-  for (const auto& [holds, condition] : checks) {
-    if (!holds) {
-      result << Event(ParsingResult::Error, Event::SanityCheck, condition);
-    }
-  }
+  _Check(result, 0 < width, "0 < width");
+  _Check(result, 0 < height, "0 < height");
+  _Check(result, 0.0 <= offset_x, "0.0 <= offset_x");
+  _Check(result, 0.0 <= offset_y, "0.0 <= offset_y");
 }
 
 bool RegionOfInterest::operator==(RegionOfInterest const& other) const {

@@ -695,6 +695,14 @@ bool XMLSerializableInterface::_GetAttribute(std::vector<int>& value, _xmlNode* 
       });
 }
 
+bool XMLSerializableInterface::_Check(ParsingResult& result, bool condition, const char* text,
+                                      ParsingResult::eParserState state) {
+  if (!condition) {
+    result << Event(state, Event::SanityCheck, text);
+  }
+  return condition;
+}
+
 bool XMLSerializableInterface::_ReadCSV(std::deque<double>& values, std::string const& text) {
   std::vector<double> parsed;
   const bool ok = Strings::ParseDoubles(text, ", \t\r\n", parsed);

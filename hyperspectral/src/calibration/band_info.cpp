@@ -1,6 +1,6 @@
 #include <kelto/hyperspectral/calibration/filter_zone.h>
 
-#include "read_by_version.h"
+#include <kelto/common/read_by_version.h>
 
 namespace kelto::hyperspectral {
 
@@ -15,9 +15,10 @@ using Event = ParsingResult::Event;
 void PeakInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  ReadByVersion(*this, result, node, tag, _GetVersion(node),
-                {&PeakInfo::_ReadXML_v0, &PeakInfo::_ReadXML_v1, &PeakInfo::_ReadXML_v2},
-                NewerVersion::kReadByNewest, Unversioned::kMissingVersionError);
+  common::ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                        {&PeakInfo::_ReadXML_v0, &PeakInfo::_ReadXML_v1, &PeakInfo::_ReadXML_v2},
+                        common::NewerVersion::kReadByNewest,
+                        common::Unversioned::kMissingVersionError);
 }
 
 void PeakInfo::WriteXML(_xmlNode*& node) const {
@@ -69,16 +70,11 @@ void PeakInfo::_WriteXML_v2(_xmlNode*& node) const {
 }
 
 void PeakInfo::RunSanityChecks(ParsingResult& result) const {
-  const auto check = [&result](bool condition, const char* text) {
-    if (!condition) {
-      result << Event(ParsingResult::Error, Event::SanityCheck, text);
-    }
-  };
-  check(0 < order, "0 < order");
-  check(0.0 < wavelength_nm, "0.0 < wavelength_nm");
-  check(0.0 < fwhm_nm, "0.0 < fwhm_nm");
-  check(0.0 <= quantum_efficiency, "0.0 <= quantum_efficiency");
-  check(0.0 <= contribution, "0.0 <= contribution");
+  _Check(result, 0 < order, "0 < order");
+  _Check(result, 0.0 < wavelength_nm, "0.0 < wavelength_nm");
+  _Check(result, 0.0 < fwhm_nm, "0.0 < fwhm_nm");
+  _Check(result, 0.0 <= quantum_efficiency, "0.0 <= quantum_efficiency");
+  _Check(result, 0.0 <= contribution, "0.0 <= contribution");
 }
 
 bool operator==(PeakInfo const& left, PeakInfo const& right) {
@@ -94,10 +90,11 @@ bool operator==(PeakInfo const& left, PeakInfo const& right) {
 void BandInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  ReadByVersion(*this, result, node, tag, _GetVersion(node),
-                {&BandInfo::_ReadXML_v0, &BandInfo::_ReadXML_v1, &BandInfo::_ReadXML_v2,
-                 &BandInfo::_ReadXML_v3, &BandInfo::_ReadXML_v4},
-                NewerVersion::kReadByNewest, Unversioned::kMissingVersionError);
+  common::ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                        {&BandInfo::_ReadXML_v0, &BandInfo::_ReadXML_v1, &BandInfo::_ReadXML_v2,
+                         &BandInfo::_ReadXML_v3, &BandInfo::_ReadXML_v4},
+                        common::NewerVersion::kReadByNewest,
+                        common::Unversioned::kMissingVersionError);
 }
 
 void BandInfo::WriteXML(_xmlNode*& node) const {

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "read_by_version.h"
+#include <kelto/common/read_by_version.h>
 
 namespace kelto::hyperspectral {
 
@@ -16,7 +16,7 @@ void CalibrationInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
       *this, result, node, tag, _GetVersion(node),
       {&CalibrationInfo::_ReadXML_v0, &CalibrationInfo::_ReadXML_v1, &CalibrationInfo::_ReadXML_v2,
        &CalibrationInfo::_ReadXML_v3, &CalibrationInfo::_ReadXML_v4, &CalibrationInfo::_ReadXML_v5},
-      NewerVersion::kReadByNewest, Unversioned::kMissingVersionError);
+      common::NewerVersion::kReadByNewest, common::Unversioned::kMissingVersionError);
 }
 
 void CalibrationInfo::WriteXML(_xmlNode*& node) const {
@@ -115,13 +115,10 @@ bool CalibrationInfo::_CalculateSamplePoints(double start, double end, double st
 }
 
 void CalibrationInfo::RunSanityChecks(ParsingResult& result) const {
-  if (sample_points_nm.empty()) {
-    result << Event(ParsingResult::Warning, Event::SanityCheck, "!sample_points_nm.empty ()");
-    return;
-  }
-  if (!(sample_points_nm.front() <= sample_points_nm.back())) {
-    result << Event(ParsingResult::Warning, Event::SanityCheck,
-                    "sample_points_nm.front () <= sample_points_nm.back ()");
+  if (_Check(result, !sample_points_nm.empty(), "!sample_points_nm.empty ()",
+             ParsingResult::Warning)) {
+    _Check(result, sample_points_nm.front() <= sample_points_nm.back(),
+           "sample_points_nm.front () <= sample_points_nm.back ()", ParsingResult::Warning);
   }
 }
 

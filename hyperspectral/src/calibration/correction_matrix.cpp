@@ -5,7 +5,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "read_by_version.h"
+#include <kelto/common/read_by_version.h>
 
 namespace kelto::hyperspectral {
 
@@ -55,9 +55,10 @@ bool ParseAlgorithmVersion(const std::string& text,
 void VirtualBand::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  ReadByVersion(*this, result, node, tag, _GetVersion(node),
-                {&VirtualBand::_ReadXML_v0, &VirtualBand::_ReadXML_v1, &VirtualBand::_ReadXML_v2},
-                NewerVersion::kReadByNewest, Unversioned::kMissingVersionError);
+  common::ReadByVersion(
+      *this, result, node, tag, _GetVersion(node),
+      {&VirtualBand::_ReadXML_v0, &VirtualBand::_ReadXML_v1, &VirtualBand::_ReadXML_v2},
+      common::NewerVersion::kReadByNewest, common::Unversioned::kMissingVersionError);
 }
 
 void VirtualBand::WriteXML(_xmlNode*& node) const {
@@ -95,12 +96,8 @@ void VirtualBand::_WriteXML_v3(_xmlNode*& node) const {
 }
 
 void VirtualBand::RunSanityChecks(ParsingResult& result) const {
-  if (!(0.0 <= wavelength_nm)) {
-    result << Event(ParsingResult::Error, Event::SanityCheck, "0.0 <= wavelength_nm");
-  }
-  if (!(0.0 <= fwhm_nm)) {
-    result << Event(ParsingResult::Error, Event::SanityCheck, "0.0 <= fwhm_nm");
-  }
+  _Check(result, 0.0 <= wavelength_nm, "0.0 <= wavelength_nm");
+  _Check(result, 0.0 <= fwhm_nm, "0.0 <= fwhm_nm");
 }
 
 bool operator==(VirtualBand const& left, VirtualBand const& right) {
@@ -111,12 +108,13 @@ bool operator==(VirtualBand const& left, VirtualBand const& right) {
 void CorrectionMatrix::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  ReadByVersion(*this, result, node, tag, _GetVersion(node),
-                {&CorrectionMatrix::_ReadXML_v0, &CorrectionMatrix::_ReadXML_v1,
-                 &CorrectionMatrix::_ReadXML_v2, &CorrectionMatrix::_ReadXML_v3,
-                 &CorrectionMatrix::_ReadXML_v4, &CorrectionMatrix::_ReadXML_v5,
-                 &CorrectionMatrix::_ReadXML_v6},
-                NewerVersion::kReadByNewest, Unversioned::kMissingVersionError);
+  common::ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                        {&CorrectionMatrix::_ReadXML_v0, &CorrectionMatrix::_ReadXML_v1,
+                         &CorrectionMatrix::_ReadXML_v2, &CorrectionMatrix::_ReadXML_v3,
+                         &CorrectionMatrix::_ReadXML_v4, &CorrectionMatrix::_ReadXML_v5,
+                         &CorrectionMatrix::_ReadXML_v6},
+                        common::NewerVersion::kReadByNewest,
+                        common::Unversioned::kMissingVersionError);
 }
 
 void CorrectionMatrix::WriteXML(_xmlNode*& node) const {
@@ -239,10 +237,8 @@ void CorrectionMatrix::_WriteXML_v6(_xmlNode*& node) const {
 }
 
 void CorrectionMatrix::RunSanityChecks(ParsingResult& result) const {
-  if (CorrectionAlgorithms::CA_UNKNOWN == algorithm) {
-    result << Event(ParsingResult::Error, Event::SanityCheck,
-                    "CorrectionAlgorithms::CA_UNKNOWN != algorithm");
-  }
+  _Check(result, CorrectionAlgorithms::CA_UNKNOWN != algorithm,
+         "CorrectionAlgorithms::CA_UNKNOWN != algorithm");
   for (const VirtualBand& band : virtual_bands) {
     band.RunSanityChecks(result);
   }

@@ -6,7 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "read_by_version.h"
+#include <kelto/common/read_by_version.h>
 
 namespace kelto::hyperspectral {
 
@@ -43,9 +43,10 @@ auto& BandOf(Zones& zones, unsigned long const& index) {
 void FilterInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  ReadByVersion(*this, result, node, tag, _GetVersion(node),
-                {&FilterInfo::_ReadXML_v0, &FilterInfo::_ReadXML_v1}, NewerVersion::kReadByNewest,
-                Unversioned::kReadSilently, &FilterInfo::_ReadXML_vNA);
+  common::ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                        {&FilterInfo::_ReadXML_v0, &FilterInfo::_ReadXML_v1},
+                        common::NewerVersion::kReadByNewest, common::Unversioned::kReadSilently,
+                        &FilterInfo::_ReadXML_vNA);
   RunSanityChecks(result);
 }
 
@@ -99,29 +100,22 @@ void FilterInfo::_WriteXML_v1(_xmlNode*& node) const {
 }
 
 void FilterInfo::RunSanityChecks(ParsingResult& result) const {
-  const auto fail = [&result](const char* text) {
-    result << Event(ParsingResult::Error, Event::SanityCheck, text);
-  };
   calibration_info.RunSanityChecks(result);
-  if (filter_zones.empty()) {
-    fail("!filter_zones.empty ()");
-  }
+  _Check(result, !filter_zones.empty(), "!filter_zones.empty ()");
   for (std::size_t i = 0; i < filter_zones.size(); ++i) {
     const FilterZone& filter_zone = filter_zones[i];
-    if (filter_zone.index != i) {
-      fail("(i == filter_zone.index)");
-    }
+    _Check(result, filter_zone.index == i, "(i == filter_zone.index)");
     filter_zone.RunSanityChecks(result);
     const common::RegionOfInterest& area = filter_zone.filter_area;
     for (std::size_t k = 0; k < i; ++k) {
       const common::RegionOfInterest& prev = filter_zones[k].filter_area;
-      if (!(prev.offset_y + prev.height <= area.offset_y ||
-            prev.offset_x + prev.width <= area.offset_x)) {
-        fail(
-            "(prev_filter_zone.filter_area.offset_y + prev_filter_zone.filter_area.height <= "
-            "filter_zone.filter_area.offset_y) || (prev_filter_zone.filter_area.offset_x + "
-            "prev_filter_zone.filter_area.width <= filter_zone.filter_area.offset_x)");
-      }
+      _Check(result,
+             prev.offset_y + prev.height <= area.offset_y ||
+                 prev.offset_x + prev.width <= area.offset_x,
+
+             "(prev_filter_zone.filter_area.offset_y + prev_filter_zone.filter_area.height <= "
+             "filter_zone.filter_area.offset_y) || (prev_filter_zone.filter_area.offset_x + "
+             "prev_filter_zone.filter_area.width <= filter_zone.filter_area.offset_x)");
     }
   }
 }

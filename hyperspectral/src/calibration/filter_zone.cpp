@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "read_by_version.h"
+#include <kelto/common/read_by_version.h>
 
 namespace kelto::hyperspectral {
 
@@ -115,10 +115,11 @@ unsigned long FilterZone::GetPixelStepY() const {
 void FilterZone::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  ReadByVersion(*this, result, node, tag, _GetVersion(node),
-                {&FilterZone::_ReadXML_v0, &FilterZone::_ReadXML_v1, &FilterZone::_ReadXML_v2,
-                 &FilterZone::_ReadXML_v3},
-                NewerVersion::kReadByNewest, Unversioned::kWarnAndRead, &FilterZone::_ReadXML_vNA);
+  common::ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                        {&FilterZone::_ReadXML_v0, &FilterZone::_ReadXML_v1,
+                         &FilterZone::_ReadXML_v2, &FilterZone::_ReadXML_v3},
+                        common::NewerVersion::kReadByNewest, common::Unversioned::kWarnAndRead,
+                        &FilterZone::_ReadXML_vNA);
 }
 
 void FilterZone::WriteXML(_xmlNode*& node) const {
@@ -223,31 +224,26 @@ void FilterZone::RunSanityChecks(ParsingResult& result) const {
   if (filter_layout_ == NO_FILTER) {
     return;
   }
-  const auto check = [&result](bool condition, const char* text) {
-    if (!condition) {
-      result << Event(ParsingResult::Error, Event::SanityCheck, text);
-    }
-  };
   filter_area.RunSanityChecks(result);
-  check(0 < pattern_height, "0 < pattern_height");
-  check(0 < pattern_width, "0 < pattern_width");
-  check(0 < filter_height, "0 < filter_height");
-  check(0 < filter_width, "0 < filter_width");
+  _Check(result, 0 < pattern_height, "0 < pattern_height");
+  _Check(result, 0 < pattern_width, "0 < pattern_width");
+  _Check(result, 0 < filter_height, "0 < filter_height");
+  _Check(result, 0 < filter_width, "0 < filter_width");
   // A product that overflows can't divide the area evenly; it must not reach the division.
   const auto divides = [](double size, unsigned long pattern, unsigned long filter) {
     unsigned long cell = 0;
     return !__builtin_mul_overflow(pattern, filter, &cell) && 0 == WholePixels(size) % cell;
   };
   if (pattern_height != 0 && filter_height != 0) {
-    check(divides(filter_area.height, pattern_height, filter_height),
-          "0 == static_cast <size_t> (filter_area.height) % (pattern_height*filter_height)");
+    _Check(result, divides(filter_area.height, pattern_height, filter_height),
+           "0 == static_cast <size_t> (filter_area.height) % (pattern_height*filter_height)");
   }
   if (pattern_width != 0 && filter_width != 0) {
-    check(divides(filter_area.width, pattern_width, filter_width),
-          "0 == static_cast <size_t> (filter_area.width) % (pattern_width*filter_width)");
+    _Check(result, divides(filter_area.width, pattern_width, filter_width),
+           "0 == static_cast <size_t> (filter_area.width) % (pattern_width*filter_width)");
   }
-  check(bands.size() == pattern_width * pattern_height,
-        "bands.size () == pattern_width*pattern_height");
+  _Check(result, bands.size() == pattern_width * pattern_height,
+         "bands.size () == pattern_width*pattern_height");
   for (const BandInfo& band : bands) {
     band.RunSanityChecks(result);
   }

@@ -5,7 +5,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "read_by_version.h"
+#include <kelto/common/read_by_version.h>
 
 namespace kelto::hyperspectral {
 
@@ -21,10 +21,11 @@ const std::string kDefaultDate = "1900-01-01";
 void OpticalComponent::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  ReadByVersion(*this, result, node, tag, _GetVersion(node),
-                {&OpticalComponent::_ReadXML_v0, &OpticalComponent::_ReadXML_v1,
-                 &OpticalComponent::_ReadXML_v2},
-                NewerVersion::kReadByNewest, Unversioned::kMissingVersionError);
+  common::ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                        {&OpticalComponent::_ReadXML_v0, &OpticalComponent::_ReadXML_v1,
+                         &OpticalComponent::_ReadXML_v2},
+                        common::NewerVersion::kReadByNewest,
+                        common::Unversioned::kMissingVersionError);
 }
 
 void OpticalComponent::WriteXML(_xmlNode*& node) const {
@@ -85,17 +86,14 @@ void OpticalComponent::_WriteXML_v2(_xmlNode*& node) const {
 }
 
 void OpticalComponent::RunSanityChecks(ParsingResult& result) const {
-  if (sample_points_nm.empty()) {
-    result << Event(ParsingResult::Warning, Event::SanityCheck, "!sample_points_nm.empty ()");
+  if (!_Check(result, !sample_points_nm.empty(), "!sample_points_nm.empty ()",
+              ParsingResult::Warning)) {
     return;
   }
-  if (!(0.0 <= sample_points_nm.front())) {
-    result << Event(ParsingResult::Warning, Event::SanityCheck, "0.0 <= sample_points_nm.front ()");
-  }
-  if (!(sample_points_nm.front() <= sample_points_nm.back())) {
-    result << Event(ParsingResult::Warning, Event::SanityCheck,
-                    "sample_points_nm.front () <= sample_points_nm.back ()");
-  }
+  _Check(result, 0.0 <= sample_points_nm.front(), "0.0 <= sample_points_nm.front ()",
+         ParsingResult::Warning);
+  _Check(result, sample_points_nm.front() <= sample_points_nm.back(),
+         "sample_points_nm.front () <= sample_points_nm.back ()", ParsingResult::Warning);
 }
 
 std::string OpticalComponent::GetFriendlyName() const {

@@ -4,7 +4,7 @@
 
 #include <kelto/common/version.h>
 
-#include "read_by_version.h"
+#include <kelto/common/read_by_version.h>
 
 namespace kelto::hyperspectral {
 
@@ -26,11 +26,11 @@ SensorCalibration::SensorCalibration()
 void SensorCalibration::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  ReadByVersion(*this, result, node, tag, _GetVersion(node),
-                {&SensorCalibration::_ReadXML_v0, &SensorCalibration::_ReadXML_v1,
-                 &SensorCalibration::_ReadXML_v2, &SensorCalibration::_ReadXML_v3},
-                NewerVersion::kReadByNewest, Unversioned::kWarnAndRead,
-                &SensorCalibration::_ReadXML_vNA);
+  common::ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                        {&SensorCalibration::_ReadXML_v0, &SensorCalibration::_ReadXML_v1,
+                         &SensorCalibration::_ReadXML_v2, &SensorCalibration::_ReadXML_v3},
+                        common::NewerVersion::kReadByNewest, common::Unversioned::kWarnAndRead,
+                        &SensorCalibration::_ReadXML_vNA);
   RunSanityChecks(result);
 }
 
@@ -113,31 +113,26 @@ void SensorCalibration::_WriteXML_v3(_xmlNode*& node) const {
 void SensorCalibration::RunSanityChecks(ParsingResult& result) const {
   sensor_info.RunSanityChecks(result);
   filter_info.RunSanityChecks(result);
-  const auto check = [&result](bool condition, ParsingResult::eParserState state,
-                               const char* text) {
-    if (!condition) {
-      result << Event(state, Event::SanityCheck, text);
-    }
-  };
   const double height_px = sensor_info.height_px;
   const double width_px = sensor_info.width_px;
   const std::size_t grid_size = filter_info.calibration_info.sample_points_nm.size();
   for (const FilterZone& filter_zone : filter_info.filter_zones) {
     const common::RegionOfInterest& area = filter_zone.filter_area;
-    check(height_px >= area.offset_y + area.height, ParsingResult::Error,
-          "sensor_info.height_px >= filter_zone.filter_area.offset_y + "
-          "filter_zone.filter_area.height");
-    check(width_px >= area.offset_x + area.width, ParsingResult::Error,
-          "sensor_info.width_px >= filter_zone.filter_area.offset_x + "
-          "filter_zone.filter_area.width");
-    check(filter_zone.bands.size() == filter_zone.pattern_height * filter_zone.pattern_width,
-          ParsingResult::Error,
-          "filter_zone.bands.size () == filter_zone.pattern_height*filter_zone.pattern_width");
+    _Check(result, height_px >= area.offset_y + area.height,
+           "sensor_info.height_px >= filter_zone.filter_area.offset_y + "
+           "filter_zone.filter_area.height");
+    _Check(result, width_px >= area.offset_x + area.width,
+           "sensor_info.width_px >= filter_zone.filter_area.offset_x + "
+           "filter_zone.filter_area.width");
+    _Check(result,
+           filter_zone.bands.size() == filter_zone.pattern_height * filter_zone.pattern_width,
+           "filter_zone.bands.size () == filter_zone.pattern_height*filter_zone.pattern_width");
     for (const FilterZone::BandInfo& band : filter_zone.bands) {
       // Bands that were not measured yet are legal: these two are only warnings.
-      check(!band.response.empty(), ParsingResult::Warning, "0 < band.response.size ()");
-      check(band.response.size() == grid_size, ParsingResult::Warning,
-            "band.response.size () == filter_info.calibration_info.sample_points_nm.size ()");
+      _Check(result, !band.response.empty(), "0 < band.response.size ()", ParsingResult::Warning);
+      _Check(result, band.response.size() == grid_size,
+             "band.response.size () == filter_info.calibration_info.sample_points_nm.size ()",
+             ParsingResult::Warning);
     }
   }
 }

@@ -4,7 +4,7 @@
 
 #include <kelto/hyperspectral/foundation/translator.h>
 
-#include "read_by_version.h"
+#include <kelto/common/read_by_version.h>
 
 namespace kelto::hyperspectral {
 
@@ -57,9 +57,10 @@ void SensorInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
     result << Event(ParsingResult::Error, Event::SanityCheck,
                     "The .xml file is not of type SensorInfo");
   }
-  ReadByVersion(*this, result, node, tag, _GetVersion(node),
-                {&SensorInfo::_ReadXML_v0, &SensorInfo::_ReadXML_v1, &SensorInfo::_ReadXML_v2},
-                NewerVersion::kRefuse, Unversioned::kWarnAndRead, &SensorInfo::_ReadXML_vNA);
+  common::ReadByVersion(
+      *this, result, node, tag, _GetVersion(node),
+      {&SensorInfo::_ReadXML_v0, &SensorInfo::_ReadXML_v1, &SensorInfo::_ReadXML_v2},
+      common::NewerVersion::kRefuse, common::Unversioned::kWarnAndRead, &SensorInfo::_ReadXML_vNA);
   RunSanityChecks(result);
 }
 
@@ -152,29 +153,25 @@ void SensorInfo::_WriteXML_v2(_xmlNode*& node) const {
 }
 
 void SensorInfo::RunSanityChecks(ParsingResult& result) const {
-  const auto check = [&result](bool condition, const char* text) {
-    if (!condition) {
-      result << Event(ParsingResult::Error, Event::SanityCheck, text);
-    }
-  };
-  check(SensorTypes::Unknown != sensor_type, "SensorTypes::eType::Unknown != sensor_type");
-  check(0 < height_px, "0 < height_px");
-  check(0 < width_px, "0 < width_px");
-  check(0.0 < pixel_pitch_um, "0.0 < pixel_pitch_um");
-  check(0 < bit_depth, "0 < bit_depth");
+  _Check(result, SensorTypes::Unknown != sensor_type, "SensorTypes::eType::Unknown != sensor_type");
+  _Check(result, 0 < height_px, "0 < height_px");
+  _Check(result, 0 < width_px, "0 < width_px");
+  _Check(result, 0.0 < pixel_pitch_um, "0.0 < pixel_pitch_um");
+  _Check(result, 0 < bit_depth, "0 < bit_depth");
   if (sensor_type == SensorTypes::VKR9) {
-    check(analog_gain > 0, "analog_gain > 0");
-    check(digital_gain > 0, "digital_gain > 0");
-    check(full_well_capacity_e > 0, "full_well_capacity_e > 0");
-    check(overall_gain > 0.0, "overall_gain > 0.0");
+    _Check(result, analog_gain > 0, "analog_gain > 0");
+    _Check(result, digital_gain > 0, "digital_gain > 0");
+    _Check(result, full_well_capacity_e > 0, "full_well_capacity_e > 0");
+    _Check(result, overall_gain > 0.0, "overall_gain > 0.0");
     const double computed_overall_gain =
         ComputedOverallGain(bit_depth, full_well_capacity_e, analog_gain, digital_gain);
-    check((0.9 * computed_overall_gain < overall_gain) &&
-              (1.1 * computed_overall_gain > overall_gain),
-          "((0.9 * computed_overall_gain < overall_gain) && (1.1 * computed_overall_gain > "
-          "overall_gain))");
+    _Check(result,
+           (0.9 * computed_overall_gain < overall_gain) &&
+               (1.1 * computed_overall_gain > overall_gain),
+           "((0.9 * computed_overall_gain < overall_gain) && (1.1 * computed_overall_gain > "
+           "overall_gain))");
   } else if (sensor_type == SensorTypes::TEM480) {
-    check(!gain_mode.empty(), "!gain_mode.empty()");
+    _Check(result, !gain_mode.empty(), "!gain_mode.empty()");
   }
 }
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "read_by_version.h"
+#include <kelto/common/read_by_version.h>
 
 namespace kelto::hyperspectral {
 
@@ -13,8 +13,9 @@ using Event = ParsingResult::Event;
 void SpectralCorrectionInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  ReadByVersion(*this, result, node, tag, _GetVersion(node), {&SpectralCorrectionInfo::_ReadXML_v0},
-                NewerVersion::kReadByNewest, Unversioned::kMissingVersionError);
+  common::ReadByVersion(*this, result, node, tag, _GetVersion(node),
+                        {&SpectralCorrectionInfo::_ReadXML_v0}, common::NewerVersion::kReadByNewest,
+                        common::Unversioned::kMissingVersionError);
 }
 
 void SpectralCorrectionInfo::WriteXML(_xmlNode*& node) const {

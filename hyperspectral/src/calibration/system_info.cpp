@@ -1,6 +1,6 @@
 #include <kelto/hyperspectral/calibration/system_info.h>
 
-#include "read_by_version.h"
+#include <kelto/common/read_by_version.h>
 
 namespace kelto::hyperspectral {
 
@@ -10,8 +10,9 @@ using Event = ParsingResult::Event;
 void SystemInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::string tag = _GetTagName(node);
   result << Event(ParsingResult::Ok, Event::ReadStart, tag);
-  ReadByVersion(*this, result, node, tag, _GetVersion(node), {&SystemInfo::_ReadXML_v0},
-                NewerVersion::kReadByNewest, Unversioned::kUnsupportedError);
+  common::ReadByVersion(*this, result, node, tag, _GetVersion(node), {&SystemInfo::_ReadXML_v0},
+                        common::NewerVersion::kReadByNewest,
+                        common::Unversioned::kUnsupportedError);
 }
 
 void SystemInfo::WriteXML(_xmlNode*& node) const {

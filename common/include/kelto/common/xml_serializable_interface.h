@@ -169,6 +169,11 @@ class KELTO_COMMON_EXPORT XMLSerializableInterface {
   static bool _ReadCSV(std::vector<double>& values, std::string const& text,
                        unsigned long const& count);
 
+  // One condition of a RunSanityChecks: pushes (state, SanityCheck, text) when it does not hold,
+  // the text being the condition as written in the code. Returns the condition.
+  static bool _Check(ParsingResult& result, bool condition, const char* text,
+                     ParsingResult::eParserState state = ParsingResult::Error);
+
   // Writers add to the node they are given. Text that XML can't hold (bytes that are not UTF-8,
   // control characters other than tab and line ends) is written as U+FFFD, so that every written
   // document reads back.

@@ -1,6 +1,7 @@
 // The version dispatch of a record's ReadXML. Each record states its own rules (which versions
 // have a reader, what a newer version and an element without a version mean), because the file
 // history of each record differs; this helper only carries them out, the same way everywhere.
+// Used by every record of the family, and open to records of a program's own.
 #pragma once
 
 #include <initializer_list>
@@ -8,7 +9,7 @@
 
 #include <kelto/common/xml_serializable_interface.h>
 
-namespace kelto::hyperspectral {
+namespace kelto::common {
 
 // What a version above the newest reader means.
 enum class NewerVersion {
@@ -25,18 +26,17 @@ enum class Unversioned {
 };
 
 template <typename Record>
-using VersionReader = void (Record::*)(common::XMLSerializableInterface::ParsingResult&,
-                                       _xmlNode* const&);
+using VersionReader = void (Record::*)(XMLSerializableInterface::ParsingResult&, _xmlNode* const&);
 
 // readers[v] reads version v. Member pointers to virtual readers call the override of the
 // record's dynamic type. Any version that is neither known, newer, nor absent (a negative number
 // below -1) is (Error, UnsupportedVersion, tag).
 template <typename Record>
-void ReadByVersion(Record& record, common::XMLSerializableInterface::ParsingResult& result,
+void ReadByVersion(Record& record, XMLSerializableInterface::ParsingResult& result,
                    _xmlNode* const& node, std::string const& tag, int version,
                    std::initializer_list<VersionReader<Record>> readers, NewerVersion newer,
                    Unversioned unversioned, VersionReader<Record> unversioned_reader = nullptr) {
-  using ParsingResult = common::XMLSerializableInterface::ParsingResult;
+  using ParsingResult = XMLSerializableInterface::ParsingResult;
   using Event = ParsingResult::Event;
   const int newest = static_cast<int>(readers.size()) - 1;
   if (version >= 0 && version <= newest) {
@@ -66,4 +66,4 @@ void ReadByVersion(Record& record, common::XMLSerializableInterface::ParsingResu
   result << Event(ParsingResult::Error, Event::UnsupportedVersion, tag);
 }
 
-}  // namespace kelto::hyperspectral
+}  // namespace kelto::common
