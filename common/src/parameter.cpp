@@ -103,17 +103,11 @@ void Parameter::_ReadProperties(ParsingResult& result, _xmlNode* const& node) {
 
 RealParameter::RealParameter(const std::string& title, const std::string& description,
                              const std::string& group)
-    : Parameter(title, description, group),
-      criteria_(std::numeric_limits<double>::lowest(), std::numeric_limits<double>::max()) {}
-
-RealParameter::~RealParameter() = default;
+    : TypedParameter(title, description, group,
+                     {std::numeric_limits<double>::lowest(), std::numeric_limits<double>::max()}) {}
 
 bool RealParameter::IsValid(const Value& value) const {
   return criteria_.first <= value && value <= criteria_.second;
-}
-
-std::unique_ptr<Parameter> RealParameter::Clone() const {
-  return std::make_unique<RealParameter>(*this);
 }
 
 void RealParameter::_WriteXML_v0(_xmlNode*& node) const {
@@ -135,11 +129,9 @@ void RealParameter::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
 
 IntegerParameter::IntegerParameter(const std::string& title, const std::string& description,
                                    const std::string& group)
-    : Parameter(title, description, group),
-      criteria_(std::numeric_limits<std::int64_t>::min(),
-                std::numeric_limits<std::int64_t>::max()) {}
-
-IntegerParameter::~IntegerParameter() = default;
+    : TypedParameter(
+          title, description, group,
+          {std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max()}) {}
 
 bool IntegerParameter::IsValid(const Value& value) const {
   const auto [minimum, maximum] = criteria_;
@@ -149,10 +141,6 @@ bool IntegerParameter::IsValid(const Value& value) const {
            bits <= static_cast<std::uint64_t>(maximum);
   }
   return minimum <= value && value <= maximum;
-}
-
-std::unique_ptr<Parameter> IntegerParameter::Clone() const {
-  return std::make_unique<IntegerParameter>(*this);
 }
 
 void IntegerParameter::_WriteXML_v0(_xmlNode*& node) const {
@@ -181,16 +169,10 @@ void IntegerParameter::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node)
 
 EnumParameter::EnumParameter(const std::string& title, const std::string& description,
                              const std::string& group)
-    : Parameter(title, description, group) {}
-
-EnumParameter::~EnumParameter() = default;
+    : TypedParameter(title, description, group, {}) {}
 
 bool EnumParameter::IsValid(const Value& value) const {
   return criteria_.count(value) != 0;
-}
-
-std::unique_ptr<Parameter> EnumParameter::Clone() const {
-  return std::make_unique<EnumParameter>(*this);
 }
 
 void EnumParameter::_WriteXML_v0(_xmlNode*& node) const {
@@ -236,17 +218,11 @@ void EnumParameter::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
 
 PathParameter::PathParameter(const std::string& title, const std::string& description,
                              const std::string& group)
-    : Parameter(title, description, group) {}
-
-PathParameter::~PathParameter() = default;
+    : TypedParameter(title, description, group, {}) {}
 
 bool PathParameter::IsValid(const Value& value) const {
   return criteria_.empty() ||
          std::find(criteria_.begin(), criteria_.end(), value.ToString()) != criteria_.end();
-}
-
-std::unique_ptr<Parameter> PathParameter::Clone() const {
-  return std::make_unique<PathParameter>(*this);
 }
 
 void PathParameter::_WriteXML_v0(_xmlNode*& node) const {
@@ -282,9 +258,7 @@ void PathParameter::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
 
 StringParameter::StringParameter(const std::string& title, const std::string& description,
                                  const std::string& group)
-    : Parameter(title, description, group) {}
-
-StringParameter::~StringParameter() = default;
+    : TypedParameter(title, description, group, ".*") {}
 
 bool StringParameter::IsValid(const Value& value) const {
   if (criteria_.size() > kMaxPatternLength) {
@@ -302,10 +276,6 @@ bool StringParameter::IsValid(const Value& value) const {
   } catch (const std::regex_error&) {
     return false;
   }
-}
-
-std::unique_ptr<Parameter> StringParameter::Clone() const {
-  return std::make_unique<StringParameter>(*this);
 }
 
 void StringParameter::_WriteXML_v0(_xmlNode*& node) const {

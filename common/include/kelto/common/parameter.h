@@ -78,155 +78,116 @@ class KELTO_COMMON_EXPORT Parameter : public XMLSerializableInterface {
   bool hidden_ = false;
 };
 
-// Criterion (minimum, maximum), both included; a NaN is never valid. XML: <value>, <minimum>,
-// <maximum>, doubles with 17 significant digits.
-class KELTO_COMMON_EXPORT RealParameter : public Parameter {
+// What the five kinds share: a value of their type, a validation criterion, and a copy as the
+// plain kind (a ParameterLink derives from its kind and clones to it).
+template <typename Kind, typename V, typename C>
+class TypedParameter : public Parameter {
  public:
-  using Value = double;
-  using Criteria = std::pair<double, double>;
-
-  explicit RealParameter(const std::string& title = "", const std::string& description = "",
-                         const std::string& group = "");
-  ~RealParameter() override;
+  using Value = V;
+  using Criteria = C;
 
   const Value& GetValue() const { return value_; }
   void SetValue(const Value& value) { value_ = value; }
   Criteria& GetValidationCriteria() { return criteria_; }
   const Criteria& GetValidationCriteria() const { return criteria_; }
-  bool IsValid(const Value& value) const;
 
-  std::unique_ptr<Parameter> Clone() const override;
+  std::unique_ptr<Parameter> Clone() const override {
+    return std::make_unique<Kind>(static_cast<const Kind&>(*this));
+  }
+
+ protected:
+  TypedParameter(const std::string& title, const std::string& description, const std::string& group,
+                 Criteria criteria)
+      : Parameter(title, description, group), criteria_(std::move(criteria)) {}
+
+  Value value_{};
+  Criteria criteria_;
+};
+
+// Criterion (minimum, maximum), both included; a NaN is never valid. XML: <value>, <minimum>,
+// <maximum>, doubles with 17 significant digits.
+class KELTO_COMMON_EXPORT RealParameter
+    : public TypedParameter<RealParameter, double, std::pair<double, double>> {
+ public:
+  explicit RealParameter(const std::string& title = "", const std::string& description = "",
+                         const std::string& group = "");
+
+  bool IsValid(const Value& value) const;
   std::string GetKind() const override { return "real"; }
 
  protected:
   void _WriteXML_v0(_xmlNode*& node) const override;
   void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node) override;
-
- private:
-  Value value_ = 0.0;
-  Criteria criteria_;
 };
 
 // Criterion (minimum, maximum), both included. A maximum below the minimum is read as an unsigned
 // range: unsigned fields are registered with (0, -1), the all-ones pattern as maximum, and then
 // every value passes as its unsigned bit pattern. XML: <value>, <minimum>, <maximum> in decimal.
-class KELTO_COMMON_EXPORT IntegerParameter : public Parameter {
+class KELTO_COMMON_EXPORT IntegerParameter
+    : public TypedParameter<IntegerParameter, std::int64_t, std::pair<std::int64_t, std::int64_t>> {
  public:
-  using Value = std::int64_t;
-  using Criteria = std::pair<std::int64_t, std::int64_t>;
-
   explicit IntegerParameter(const std::string& title = "", const std::string& description = "",
                             const std::string& group = "");
-  ~IntegerParameter() override;
 
-  const Value& GetValue() const { return value_; }
-  void SetValue(const Value& value) { value_ = value; }
-  Criteria& GetValidationCriteria() { return criteria_; }
-  const Criteria& GetValidationCriteria() const { return criteria_; }
   bool IsValid(const Value& value) const;
-
-  std::unique_ptr<Parameter> Clone() const override;
   std::string GetKind() const override { return "integer"; }
 
  protected:
   void _WriteXML_v0(_xmlNode*& node) const override;
   void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node) override;
-
- private:
-  Value value_ = 0;
-  Criteria criteria_;
 };
 
 // Criterion: the enumerators that may be chosen, by value, with their texts. XML: <value> and
 // <enumerators> holding <enumerator value="1" text="Gaussian"/> items.
-class KELTO_COMMON_EXPORT EnumParameter : public Parameter {
+class KELTO_COMMON_EXPORT EnumParameter
+    : public TypedParameter<EnumParameter, int, std::map<int, std::string>> {
  public:
-  using Value = int;
-  using Criteria = std::map<int, std::string>;
-
   explicit EnumParameter(const std::string& title = "", const std::string& description = "",
                          const std::string& group = "");
-  ~EnumParameter() override;
 
-  const Value& GetValue() const { return value_; }
-  void SetValue(const Value& value) { value_ = value; }
-  Criteria& GetValidationCriteria() { return criteria_; }
-  const Criteria& GetValidationCriteria() const { return criteria_; }
   bool IsValid(const Value& value) const;
-
-  std::unique_ptr<Parameter> Clone() const override;
   std::string GetKind() const override { return "enum"; }
 
  protected:
   void _WriteXML_v0(_xmlNode*& node) const override;
   void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node) override;
-
- private:
-  Value value_ = 0;
-  Criteria criteria_;
 };
 
 // Criterion: the paths that may be chosen, by their text; an empty list allows any path. XML:
 // <value> and <allowed_paths> holding <path> items.
-class KELTO_COMMON_EXPORT PathParameter : public Parameter {
+class KELTO_COMMON_EXPORT PathParameter
+    : public TypedParameter<PathParameter, filesystem::Path, std::vector<std::string>> {
  public:
-  using Value = filesystem::Path;
-  using Criteria = std::vector<std::string>;
-
   explicit PathParameter(const std::string& title = "", const std::string& description = "",
                          const std::string& group = "");
-  ~PathParameter() override;
 
-  const Value& GetValue() const { return value_; }
-  void SetValue(const Value& value) { value_ = value; }
-  Criteria& GetValidationCriteria() { return criteria_; }
-  const Criteria& GetValidationCriteria() const { return criteria_; }
   bool IsValid(const Value& value) const;
-
-  std::unique_ptr<Parameter> Clone() const override;
   std::string GetKind() const override { return "path"; }
 
  protected:
   void _WriteXML_v0(_xmlNode*& node) const override;
   void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node) override;
-
- private:
-  Value value_;
-  Criteria criteria_;
 };
 
 // Criterion: an ECMAScript regular expression that the whole value must match. XML: <value> and
 // <pattern>.
-class KELTO_COMMON_EXPORT StringParameter : public Parameter {
+class KELTO_COMMON_EXPORT StringParameter
+    : public TypedParameter<StringParameter, std::string, std::string> {
  public:
-  using Value = std::string;
-  using Criteria = std::string;
-
   // Longer patterns are refused by IsValid: they can only come from a damaged or hostile file,
   // and compiling them could exhaust the stack.
   static constexpr std::size_t kMaxPatternLength = 1024;
 
   explicit StringParameter(const std::string& title = "", const std::string& description = "",
                            const std::string& group = "");
-  ~StringParameter() override;
 
-  const Value& GetValue() const { return value_; }
-  void SetValue(const Value& value) { value_ = value; }
-  Criteria& GetValidationCriteria() { return criteria_; }
-  const Criteria& GetValidationCriteria() const { return criteria_; }
   // False as well when the pattern is not a valid expression: nothing can match it.
   bool IsValid(const Value& value) const;
-
-  std::unique_ptr<Parameter> Clone() const override;
   std::string GetKind() const override { return "string"; }
 
  protected:
   void _WriteXML_v0(_xmlNode*& node) const override;
   void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node) override;
-
- private:
-  Value value_;
-  Criteria criteria_ = ".*";
 };
 
 }  // namespace kelto::common
