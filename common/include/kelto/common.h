@@ -14,8 +14,8 @@
 #include <kelto/common/parameter_translator.h>
 #include <kelto/common/parameterized_object.h>
 #include <kelto/common/path.h>
-#include <kelto/common/read_by_version.h>
 #include <kelto/common/processing_module.h>
+#include <kelto/common/read_by_version.h>
 #include <kelto/common/region_of_interest.h>
 #include <kelto/common/sensor_types.h>
 #include <kelto/common/spectrum.h>
