@@ -59,7 +59,10 @@ SensorCalibration Calibration(const std::string& sensor_id) {
   return calibration;
 }
 
-void Vkr9(SensorCalibration& calibration) {
+// A calibration of the VKR9 chip whose responses are sampled on grid_nm.
+SensorCalibration Vkr9(const std::string& sensor_id, const std::vector<double>& grid_nm) {
+  SensorCalibration calibration = Calibration(sensor_id);
+  calibration.filter_info.calibration_info.sample_points_nm = grid_nm;
   hyperspectral::SensorInfo& sensor = calibration.sensor_info;
   sensor.sensor_type = common::SensorTypes::VKR9;
   sensor.width_px = 2048;
@@ -70,6 +73,7 @@ void Vkr9(SensorCalibration& calibration) {
   sensor.digital_gain = 1.0;
   sensor.full_well_capacity_e = 13500;
   sensor.overall_gain = 0.2427;
+  return calibration;
 }
 
 // A zone whose bands have evenly spread centres from first to last, with widths growing
@@ -272,9 +276,7 @@ std::vector<SensorCalibration> CalibrationSimulator::Samples() {
   std::vector<SensorCalibration> samples;
   const std::vector<double> visible = Grid(400.0, 1000.0);
 
-  SensorCalibration mosaic4 = Calibration("17.4.4.1");
-  Vkr9(mosaic4);
-  mosaic4.filter_info.calibration_info.sample_points_nm = visible;
+  SensorCalibration mosaic4 = Vkr9("17.4.4.1", visible);
   mosaic4.filter_info.filter_zones.push_back(
       Zone(FilterZone::MOSAIC, 0, {0, 0, 2048, 1088}, 4, 4, 470, 620, 10, 13, visible, false));
   mosaic4.system_info.optical_components.push_back(Bandpass(460.0, 630.0, visible));
@@ -282,25 +284,19 @@ std::vector<SensorCalibration> CalibrationSimulator::Samples() {
       TruePeakCorrection(mosaic4));
   samples.push_back(mosaic4);
 
-  SensorCalibration mosaic5 = Calibration("17.5.5.2");
-  Vkr9(mosaic5);
-  mosaic5.filter_info.calibration_info.sample_points_nm = visible;
+  SensorCalibration mosaic5 = Vkr9("17.5.5.2", visible);
   mosaic5.filter_info.filter_zones.push_back(
       Zone(FilterZone::MOSAIC, 0, {0, 0, 2045, 1085}, 5, 5, 600, 1000, 14, 20, visible, false));
   samples.push_back(mosaic5);
 
-  SensorCalibration wedge = Calibration("12.150.0.3");
-  Vkr9(wedge);
-  wedge.filter_info.calibration_info.sample_points_nm = visible;
+  SensorCalibration wedge = Vkr9("12.150.0.3", visible);
   wedge.filter_info.filter_zones.push_back(
       Zone(FilterZone::WEDGE, 0, {0, 0, 2048, 250}, 1, 50, 470, 600, 8, 9, visible, false));
   wedge.filter_info.filter_zones.push_back(
       Zone(FilterZone::WEDGE, 1, {0, 250, 2048, 500}, 1, 100, 600, 900, 9, 12, visible, false));
   samples.push_back(wedge);
 
-  SensorCalibration tiles = Calibration("14.32.0.4");
-  Vkr9(tiles);
-  tiles.filter_info.calibration_info.sample_points_nm = visible;
+  SensorCalibration tiles = Vkr9("14.32.0.4", visible);
   tiles.filter_info.filter_zones.push_back(
       Zone(FilterZone::TILED, 0, {0, 0, 2048, 1088}, 8, 4, 600, 1000, 15, 18, visible, false));
   samples.push_back(tiles);

@@ -6,22 +6,34 @@ namespace kelto::datatypes {
 
 BandStorageMixin::~BandStorageMixin() = default;
 
+namespace {
+
+// Both storages are a table of `outer` rows of `inner` addresses each, spaced `stride` bytes
+// apart over the sample block: pixels of lines for BIP, lines of bands for BSQ.
+unsigned char* const* const* BuildTable(unsigned char* samples, unsigned long outer,
+                                        unsigned long inner, unsigned long stride,
+                                        std::vector<unsigned char*>& addresses,
+                                        std::vector<unsigned char* const*>& rows) {
+  addresses.resize(outer * inner);
+  rows.resize(outer);
+  for (unsigned long o = 0; o < outer; ++o) {
+    rows[o] = addresses.data() + o * inner;
+    for (unsigned long i = 0; i < inner; ++i) {
+      addresses[o * inner + i] = samples + (o * inner + i) * stride;
+    }
+  }
+  return rows.data();
+}
+
+}  // namespace
+
 BandStorage_BIP::BandStorage_BIP(AbstractBandImage* image, unsigned char* samples,
                                  unsigned long width, unsigned long height,
                                  unsigned long nr_of_bands, unsigned long element_size)
     : BandStorageMixin(image) {
   detail::CheckedProduct({width, height, nr_of_bands, element_size}, "band image");
   detail::CheckedProduct({width, height, sizeof(unsigned char*)}, "pixel table");
-  const unsigned long pixel_bytes = nr_of_bands * element_size;
-  pixel_addresses_.resize(width * height);
-  lines_.resize(height);
-  for (unsigned long y = 0; y < height; ++y) {
-    lines_[y] = pixel_addresses_.data() + y * width;
-    for (unsigned long x = 0; x < width; ++x) {
-      pixel_addresses_[y * width + x] = samples + (y * width + x) * pixel_bytes;
-    }
-  }
-  pixels = lines_.data();
+  pixels = BuildTable(samples, height, width, nr_of_bands * element_size, pixel_addresses_, lines_);
 }
 
 BandStorage_BIP::~BandStorage_BIP() = default;
@@ -32,16 +44,8 @@ BandStorage_BSQ::BandStorage_BSQ(AbstractBandImage* image, unsigned char* sample
     : BandStorageMixin(image) {
   detail::CheckedProduct({width, height, nr_of_bands, element_size}, "band image");
   detail::CheckedProduct({nr_of_bands, height, sizeof(unsigned char*)}, "line table");
-  const unsigned long line_bytes = width * element_size;
-  line_addresses_.resize(nr_of_bands * height);
-  band_lines_.resize(nr_of_bands);
-  for (unsigned long b = 0; b < nr_of_bands; ++b) {
-    band_lines_[b] = line_addresses_.data() + b * height;
-    for (unsigned long y = 0; y < height; ++y) {
-      line_addresses_[b * height + y] = samples + (b * height + y) * line_bytes;
-    }
-  }
-  bands = band_lines_.data();
+  bands =
+      BuildTable(samples, nr_of_bands, height, width * element_size, line_addresses_, band_lines_);
 }
 
 BandStorage_BSQ::~BandStorage_BSQ() = default;

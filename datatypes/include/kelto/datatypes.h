@@ -2,8 +2,6 @@
 // encodings of the family.
 #pragma once
 
-#include <string>
-
 #include <kelto/common.h>
 #include <kelto/datatypes/abstract_band_image.h>
 #include <kelto/datatypes/band_image_data_format.h>
@@ -16,10 +14,3 @@
 #include <kelto/datatypes/matrix.h>
 #include <kelto/datatypes/run_length_encoding.h>
 #include <kelto/datatypes/vector.h>
-
-namespace kelto::datatypes {
-
-// The version of this library, the same as the family's.
-KELTO_DATATYPES_EXPORT std::string GetVersionString();
-
-}  // namespace kelto::datatypes

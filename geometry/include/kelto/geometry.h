@@ -1,8 +1,6 @@
 // Everything of libkelto_geometry: shapes on the sensor and their run-length encodings.
 #pragma once
 
-#include <string>
-
 #include <kelto/datatypes.h>
 #include <kelto/geometry/abstract_shape.h>
 #include <kelto/geometry/circle_shape.h>
@@ -10,10 +8,3 @@
 #include <kelto/geometry/polygon_shape.h>
 #include <kelto/geometry/rectangle_shape.h>
 #include <kelto/geometry/shape_to_run_length_encoding_visitor.h>
-
-namespace kelto::geometry {
-
-// The version of this library, the same as the family's.
-KELTO_GEOMETRY_EXPORT std::string GetVersionString();
-
-}  // namespace kelto::geometry
