@@ -56,13 +56,10 @@ void AppendRow(Table& table, const std::list<Peak>& peaks, double Peak::*field) 
   table.push_back(std::move(row));
 }
 
-std::string BandName(const char* format, const std::string& text, unsigned long number) {
+// The debug name of a band, formatted in a buffer of 256 characters as it always was.
+std::string BandName(const std::string& matrix_name, unsigned long band) {
   char buffer[256];
-  if (text.empty()) {
-    std::snprintf(buffer, sizeof buffer, format, number);
-  } else {
-    std::snprintf(buffer, sizeof buffer, format, text.c_str(), number);
-  }
+  std::snprintf(buffer, sizeof buffer, "corr_matrix_%s_band_%03lu_", matrix_name.c_str(), band);
   return buffer;
 }
 
@@ -370,9 +367,7 @@ void PM_SensorResponseAnalysis::_ComputeSystemResponse(Matrix<double>& system,
       ++last;
     }
   }
-  // A view: the grid outlives the computation and nothing writes to it.
-  ColumnVector<double> view(wavelengths_.data + first, wavelengths_.data + last, false);
-  wavelengths = std::move(view);
+  wavelengths = ColumnVector<double>(wavelengths_.data + first, wavelengths_.data + last, true);
   system = Matrix<double>(responses_.row_count, last - first, 0.0);
   for (unsigned long r = 0; r < system.row_count; ++r) {
     for (unsigned long j = 0; j < system.column_count; ++j) {
@@ -761,8 +756,7 @@ void PM_SensorResponseAnalysis::_ComputeCorrectionMatrix(
   Table initial_qe;
   Table initial_fwhm;
   for (unsigned long b = 0; b < bands; ++b) {
-    peak_detection_->Process(peaks[b], RowOf(system, b), grid,
-                             BandName("corr_matrix_%s_band_%03lu_", matrix.name, b));
+    peak_detection_->Process(peaks[b], RowOf(system, b), grid, BandName(matrix.name, b));
     if (debug_dump_) {
       PM_PeakDetection::DebugRecord record = peak_detection_->GetDebugRecord();
       initial_wavelengths.push_back(std::move(record.wavelengths));

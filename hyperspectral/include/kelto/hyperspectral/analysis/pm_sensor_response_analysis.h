@@ -149,7 +149,7 @@ class KELTO_HYPERSPECTRAL_EXPORT PM_SensorResponseAnalysis : public common::Proc
                                          const std::deque<OpticalComponent>& first,
                                          const std::deque<OpticalComponent>& second) const;
   // Every band's response times optical; only the columns within the range with limit_range.
-  // wavelengths becomes a view of the module's grid.
+  // wavelengths becomes that stretch of the module's grid.
   void _ComputeSystemResponse(datatypes::Matrix<double>& system,
                               datatypes::ColumnVector<double>& wavelengths,
                               const datatypes::ColumnVector<double>& optical, double range_start,
