@@ -24,6 +24,9 @@
 #include <kelto/hyperspectral/access/data_accessor.h>
 #include <kelto/hyperspectral/access/spectrum_operations.h>
 #include <kelto/hyperspectral/correction/correction_function.h>
+#include <kelto/hyperspectral/correction/correction_matrix_parameters.h>
 #include <kelto/hyperspectral/correction/pm_spectral_correction_computation.h>
 #include <kelto/hyperspectral/correction/spline.h>
 #include <kelto/hyperspectral/correction/spline_interpolation.h>
+#include <kelto/hyperspectral/correction/utilities.h>
+#include <kelto/hyperspectral/resources/parameter_resources.h>

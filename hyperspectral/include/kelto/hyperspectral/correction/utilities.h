@@ -1,0 +1,25 @@
+// Free functions around the parameter documents that the library carries for each sensor and
+// filter combination it knows. Callers pick a document by a key such as "VKR9-QL150-470_900",
+// the form that SensorCalibration::GetTypeName gives; the command-line tool lists the keys.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <kelto/hyperspectral/correction/correction_matrix_parameters.h>
+#include <kelto/hyperspectral/export.h>
+
+namespace kelto::hyperspectral::utilities {
+
+// Reads the embedded document of `sensor_type` into `parameters`. The key is matched exactly,
+// case included. Throws std::invalid_argument "Sensor type not found in resources map: <key>" for
+// a key without a document, and std::runtime_error "An error occurred while reading the
+// correction matrix parameters." when the document can't be read without any event above Ok;
+// the events themselves are dropped.
+KELTO_HYPERSPECTRAL_EXPORT void LoadCorrectionMatrixParameters(
+    CorrectionMatrixParameters& parameters, const std::string& sensor_type);
+
+// The keys that LoadCorrectionMatrixParameters knows, by sensor, then filter family.
+KELTO_HYPERSPECTRAL_EXPORT std::vector<std::string> GetCorrectionMatrixParameterKeys();
+
+}  // namespace kelto::hyperspectral::utilities
