@@ -165,5 +165,80 @@ TEST(ParameterResourcesData, ObjectsHoldTheResourceFilesByteForByte) {
   }
 }
 
+// The six steps land every value of the document in the right module and keep the rest.
+TEST(ParameterResourcesSetting, EveryDocumentReachesTheThreeModules) {
+  for (const Document& d : kDocuments) {
+    PM_SensorResponseAnalysis module{PM_SensorResponseAnalysis::Parameters()};
+    PM_SensorResponseAnalysis::Parameters before;
+    module.GetParameters(before);
+    before.debug_dump_dir = "kept/";
+    before.limit_range = true;
+    module.SetParameters(before);
+    PM_PeakDetection::Parameters untouched;
+    module.GetParameters(untouched);
+    untouched.minimum_peak_qe = 0.5;
+    untouched.maximum_asymmetry_factor = 9.0;
+    module.SetParameters(untouched);
+
+    utilities::SetCorrectionMatrixParameters(module, d.key);
+
+    PM_PeakDetection::Parameters detection;
+    module.GetParameters(detection);
+    EXPECT_EQ(detection.minimum_peak_qe, 0.0) << d.key;
+    EXPECT_EQ(detection.maximum_asymmetry_factor, 2.0) << d.key;
+    EXPECT_EQ(detection.maximum_peak_count, 2u) << d.key;
+    EXPECT_EQ(detection.minimum_peak_distance_nm, d.distance_min_nm) << d.key;
+    EXPECT_EQ(detection.minimum_fwhm_nm, d.fwhm_min) << d.key;
+    EXPECT_EQ(detection.maximum_fwhm_nm, d.fwhm_max) << d.key;
+    EXPECT_EQ(detection.distribution, Distributions::DB_FABRY_PEROT) << d.key;
+    EXPECT_EQ(detection.filter_interpolation_factor, 5u) << d.key;
+    EXPECT_EQ(detection.detection_window_nm, 17.0) << d.key;
+    EXPECT_EQ(detection.minimum_amplitude_factor, 0.95) << d.key;
+    EXPECT_EQ(detection.maximum_amplitude_factor, 1.05) << d.key;
+    EXPECT_EQ(detection.maximum_wavelength_shift_nm, 3.0) << d.key;
+    EXPECT_EQ(detection.coarse_iterations, 12u) << d.key;
+    EXPECT_EQ(detection.fine_iterations, 12u) << d.key;
+    EXPECT_EQ(detection.debug_dump_dir.ToString(), "kept/peak_detection") << d.key;
+
+    PM_SensorResponseAnalysis::Parameters analysis;
+    module.GetParameters(analysis);
+    EXPECT_TRUE(analysis.peak_clustering) << d.key;
+    EXPECT_EQ(analysis.duplicate_peak_distance_nm, d.duplicate_distance) << d.key;
+    EXPECT_EQ(analysis.minimum_peak_contribution, d.minimum_contribution) << d.key;
+    EXPECT_EQ(analysis.maximum_peak_fit_error, d.peak_fit_error_max) << d.key;
+    EXPECT_EQ(analysis.minimum_band_distance, d.final_band_distance) << d.key;
+    EXPECT_EQ(analysis.spectral_resampling, d.spectral_resampling) << d.key;
+    EXPECT_EQ(analysis.resampling_wavelengths.size(), d.wavelength_count) << d.key;
+    EXPECT_TRUE(analysis.limit_range) << d.key;
+    EXPECT_EQ(analysis.debug_dump_dir, "kept/") << d.key;
+
+    PM_SpectralCorrectionComputation::Parameters inversion;
+    module.GetParameters(inversion);
+    EXPECT_EQ(inversion.inversion_algorithm, InversionOptimizationAlgorithms::IOA_TIKHONOV);
+    EXPECT_EQ(inversion.upper_variation, 1.0) << d.key;
+    EXPECT_EQ(inversion.lower_variation, 1.0) << d.key;
+    EXPECT_EQ(inversion.tikhonov_alpha, 0.01) << d.key;
+    EXPECT_EQ(inversion.smoothing_fwhm_nm, 0.0) << d.key;
+  }
+}
+
+TEST(ParameterResourcesSetting, RefusedValuesStopTheStepsThatFollow) {
+  PM_SensorResponseAnalysis module{PM_SensorResponseAnalysis::Parameters()};
+  EXPECT_THROW(utilities::SetCorrectionMatrixParameters(module, "VKR9-MZT4X4-460_600"),
+               std::invalid_argument);
+  CorrectionMatrixParameters parameters;
+  utilities::LoadCorrectionMatrixParameters(parameters, "VKR9-MZT4x4-470_620");
+  parameters.peak_shape_fitting.shape_interpolation_factor = 0;  // refused by peak detection
+  parameters.peak_detection.peaks_nr_max = -1;                   // a huge count, accepted
+  EXPECT_THROW(utilities::SetCorrectionMatrixParameters(module, parameters), std::invalid_argument);
+  PM_PeakDetection::Parameters detection;
+  module.GetParameters(detection);
+  EXPECT_EQ(detection.maximum_peak_count, static_cast<unsigned long>(-1));  // step 1 stayed
+  EXPECT_EQ(detection.filter_interpolation_factor, 5u);
+  PM_SensorResponseAnalysis::Parameters analysis;
+  module.GetParameters(analysis);
+  EXPECT_EQ(analysis.minimum_peak_contribution, 0.15);  // step 2 stayed
+}
+
 }  // namespace
 }  // namespace kelto::hyperspectral

@@ -71,4 +71,77 @@ std::vector<std::string> GetCorrectionMatrixParameterKeys() {
   return keys;
 }
 
+namespace {
+
+// The documents' counts are signed; a negative one becomes a huge unsigned count, as it always has.
+unsigned long SignExtended(int value) {
+  return static_cast<unsigned long>(static_cast<long>(value));
+}
+
+}  // namespace
+
+void SetCorrectionMatrixParameters(PM_SensorResponseAnalysis& module,
+                                   const CorrectionMatrixParameters& parameters) {
+  const auto& detection_document = parameters.peak_detection;
+  const auto& fitting = parameters.peak_shape_fitting;
+  const auto& selection = parameters.band_selection;
+  const auto& post_processing = parameters.post_processing;
+
+  PM_PeakDetection::Parameters detection;
+  module.GetParameters(detection);
+  detection.minimum_peak_qe = 0.0;
+  detection.minimum_peak_distance_nm = detection_document.distance_min_nm;
+  detection.maximum_peak_count = SignExtended(detection_document.peaks_nr_max);
+  detection.maximum_asymmetry_factor = 2.0;
+  module.SetParameters(detection);
+
+  PM_SensorResponseAnalysis::Parameters analysis;
+  module.GetParameters(analysis);
+  analysis.peak_clustering = selection.peak_clustering;
+  analysis.duplicate_peak_distance_nm = selection.bands_minimum_distance;
+  analysis.minimum_peak_contribution = selection.minimum_contribution;
+  analysis.maximum_peak_fit_error = selection.peak_fit_error_max;
+  module.SetParameters(analysis);
+
+  module.GetParameters(detection);
+  detection.distribution = fitting.shape;
+  detection.filter_interpolation_factor = SignExtended(fitting.shape_interpolation_factor);
+  detection.detection_window_nm = fitting.detection_window_nm;
+  detection.minimum_fwhm_nm = fitting.fwhm_min;
+  detection.maximum_fwhm_nm = fitting.fwhm_max;
+  detection.minimum_amplitude_factor = fitting.qe_factor_min;
+  detection.maximum_amplitude_factor = fitting.qe_factor_max;
+  detection.maximum_wavelength_shift_nm = fitting.wavelength_shift_max_nm;
+  detection.coarse_iterations = SignExtended(fitting.nr_coarse_iterations);
+  detection.fine_iterations = SignExtended(fitting.nr_fine_iterations);
+  module.SetParameters(detection);
+
+  PM_SpectralCorrectionComputation::Parameters inversion;
+  module.GetParameters(inversion);
+  inversion.inversion_algorithm = parameters.inversion.algorithm;
+  inversion.upper_variation = 1.0;
+  inversion.lower_variation = 1.0;
+  inversion.tikhonov_alpha = parameters.inversion.tikhonov_alpha;
+  inversion.smoothing_fwhm_nm = post_processing.smoothing_gaussian_filter_width;
+  module.SetParameters(inversion);
+
+  module.GetParameters(analysis);
+  analysis.spectral_resampling = post_processing.spectral_resampling;
+  analysis.resampling_wavelengths = post_processing.resampling_wavelengths;
+  analysis.minimum_band_distance = post_processing.bands_minimum_distance;
+  module.SetParameters(analysis);
+
+  // Once more, as the smoothing width has always been set; harmless.
+  module.GetParameters(inversion);
+  inversion.smoothing_fwhm_nm = post_processing.smoothing_gaussian_filter_width;
+  module.SetParameters(inversion);
+}
+
+void SetCorrectionMatrixParameters(PM_SensorResponseAnalysis& module,
+                                   const std::string& sensor_type) {
+  CorrectionMatrixParameters parameters;
+  LoadCorrectionMatrixParameters(parameters, sensor_type);
+  SetCorrectionMatrixParameters(module, parameters);
+}
+
 }  // namespace kelto::hyperspectral::utilities

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <kelto/hyperspectral/analysis/pm_sensor_response_analysis.h>
 #include <kelto/hyperspectral/correction/correction_matrix_parameters.h>
 #include <kelto/hyperspectral/export.h>
 
@@ -21,5 +22,16 @@ KELTO_HYPERSPECTRAL_EXPORT void LoadCorrectionMatrixParameters(
 
 // The keys that LoadCorrectionMatrixParameters knows, by sensor, then filter family.
 KELTO_HYPERSPECTRAL_EXPORT std::vector<std::string> GetCorrectionMatrixParameterKeys();
+
+// Hands the document's values to the module and its two children, in six steps that each read
+// the current parameters of one structure, change the fields the document decides and set them
+// again, so that every other field (the debug settings, say) keeps its value. Peak detection gets
+// a minimum peak height of 0 and an asymmetry limit of 2; the inversion its variation bounds of 1.
+// A value that a module refuses throws that module's exception; the steps before it stay done.
+KELTO_HYPERSPECTRAL_EXPORT void SetCorrectionMatrixParameters(
+    PM_SensorResponseAnalysis& module, const CorrectionMatrixParameters& parameters);
+// The same with the embedded document of the key (see LoadCorrectionMatrixParameters).
+KELTO_HYPERSPECTRAL_EXPORT void SetCorrectionMatrixParameters(PM_SensorResponseAnalysis& module,
+                                                              const std::string& sensor_type);
 
 }  // namespace kelto::hyperspectral::utilities
