@@ -31,15 +31,15 @@ demo: build
 	@$(KELTO_HSI) info $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml
 	@echo
 	@echo "== kelto-hsi spectrum: the vegetation patch of the sample scene, corrected"
-	@$(KELTO_HSI) spectrum $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml $(SAMPLES)/scene/scene.hdr --pixel 18,18
+	@$(KELTO_HSI) spectrum $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml $(SAMPLES)/scene/VKR9-MZT4x4-470_620.hdr --pixel 18,18
 	@echo
 	@echo "== kelto-sim evaluate: the same patch beside the truth, and the error over all patches"
-	@$(KELTO_SIM) evaluate $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml $(SAMPLES)/scene/scene.hdr --patch vegetation
+	@$(KELTO_SIM) evaluate $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml $(SAMPLES)/scene/VKR9-MZT4x4-470_620.hdr --patch vegetation
 	@echo
 	@echo "== kelto-hsi check $(SAMPLES)/sensor_info_defective.xml (exit status 2 expected)"
 	@$(KELTO_HSI) check $(SAMPLES)/sensor_info_defective.xml; echo "exit status $$?"
 
-# Regenerates the sample calibrations and scene with the simulator; a test checks that the
+# Regenerates the sample calibrations and their scenes with the simulator; a test checks that the
 # committed ones are current.
 samples: build
 	@$(KELTO_SIM) calibrations $(SAMPLES)/calibrations

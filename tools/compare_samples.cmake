@@ -1,5 +1,6 @@
-# Regenerates the sample calibrations and scene into WORK_DIR and compares them with the
-# committed ones. Inputs: KELTO_SIM, SAMPLE_DIR (holding calibrations/ and scene/), WORK_DIR.
+# Regenerates the sample calibrations and their scenes into WORK_DIR and compares them with the
+# committed ones, file by file and byte for byte; a file left under a temporary name shows as a
+# difference. Inputs: KELTO_SIM, SAMPLE_DIR (holding calibrations/ and scene/), WORK_DIR.
 
 function(compare_directory kind)
   file(GLOB made RELATIVE ${WORK_DIR}/${kind} ${WORK_DIR}/${kind}/*)

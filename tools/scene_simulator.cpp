@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "calibration_simulator.h"
+#include "pending_file.h"
 
 namespace kelto::tools {
 
@@ -39,7 +40,11 @@ const char* const kMaterials[] = {"vegetation", "soil", "water", "grey"};
 SceneSimulator::SceneSimulator(const hyperspectral::SensorCalibration& calibration)
     : grid_nm_(calibration.filter_info.calibration_info.sample_points_nm),
       optics_(CalibrationSimulator::OpticsTransmission(calibration)) {
-  for (const auto& zone : calibration.filter_info.filter_zones) {
+  const auto& zones = calibration.filter_info.filter_zones;
+  line_scan_ = !zones.empty() && std::all_of(zones.begin(), zones.end(), [](const auto& zone) {
+    return zone.filter_layout() == hyperspectral::FilterZone::WEDGE;
+  });
+  for (const auto& zone : zones) {
     for (const auto& band : zone.bands) {
       if (band.response.size() != grid_nm_.size() || band.peaks.empty()) {
         throw std::invalid_argument("scene: every band needs a measured response and a peak");
@@ -98,6 +103,14 @@ std::vector<double> SceneSimulator::ResponseAreas() const {
   return areas;
 }
 
+std::vector<double> SceneSimulator::WhiteResponse() const {
+  std::vector<double> white = ResponseAreas();
+  for (double& value : white) {
+    value *= scale_;
+  }
+  return white;
+}
+
 void SceneSimulator::WriteEnvi(const std::string& stem) const {
   std::vector<std::vector<unsigned short>> counts;
   for (const Patch& patch : patches_) {
@@ -108,21 +121,38 @@ void SceneSimulator::WriteEnvi(const std::string& stem) const {
     counts.push_back(quantised);
   }
 
-  std::ofstream raw(stem + ".raw", std::ios::binary | std::ios::trunc);
-  for (std::size_t b = 0; b < bands_.size(); ++b) {
+  // The value of a band at a pixel: the patch's count, or the fill value outside the patches.
+  const auto sample = [&](std::size_t b, int x, int y) {
+    for (std::size_t p = 0; p < patches_.size(); ++p) {
+      const Patch& patch = patches_[p];
+      if (x >= patch.x && x < patch.x + patch.width && y >= patch.y && y < patch.y + patch.height) {
+        return counts[p][b];
+      }
+    }
+    return kFillValue;
+  };
+  PendingFile raw_file(stem + ".raw");
+  std::ofstream raw(raw_file.Path(), std::ios::binary | std::ios::trunc);
+  const auto write_line = [&](std::size_t b, int y) {
+    for (int x = 0; x < kSize; ++x) {
+      const unsigned short value = sample(b, x, y);
+      // Little endian, as "byte order = 0" says, whatever the machine's order.
+      const char bytes[2] = {static_cast<char>(value & 0xFF), static_cast<char>(value >> 8)};
+      raw.write(bytes, 2);
+    }
+  };
+  if (line_scan_) {
+    // A wedge sees one line of the scene through all bands in each frame; frames follow one
+    // another as the scene moves past.
     for (int y = 0; y < kSize; ++y) {
-      for (int x = 0; x < kSize; ++x) {
-        unsigned short value = kFillValue;
-        for (std::size_t p = 0; p < patches_.size(); ++p) {
-          const Patch& patch = patches_[p];
-          if (x >= patch.x && x < patch.x + patch.width && y >= patch.y &&
-              y < patch.y + patch.height) {
-            value = counts[p][b];
-          }
-        }
-        // Little endian, as "byte order = 0" says, whatever the machine's order.
-        const char bytes[2] = {static_cast<char>(value & 0xFF), static_cast<char>(value >> 8)};
-        raw.write(bytes, 2);
+      for (std::size_t b = 0; b < bands_.size(); ++b) {
+        write_line(b, y);
+      }
+    }
+  } else {
+    for (std::size_t b = 0; b < bands_.size(); ++b) {
+      for (int y = 0; y < kSize; ++y) {
+        write_line(b, y);
       }
     }
   }
@@ -135,12 +165,13 @@ void SceneSimulator::WriteEnvi(const std::string& stem) const {
     wavelengths << (b == 0 ? "" : ", ") << peak.wavelength_nm;
     widths << (b == 0 ? "" : ", ") << peak.fwhm_nm;
   }
-  std::ofstream header(stem + ".hdr", std::ios::trunc);
+  PendingFile header_file(stem + ".hdr");
+  std::ofstream header(header_file.Path(), std::ios::trunc);
   header << "ENVI\n"
          << "description = {kelto-sim scene: vegetation, soil, water and grey patches}\n"
          << "samples = " << kSize << "\nlines = " << kSize << "\nbands = " << bands_.size()
          << "\nheader offset = 0\nfile type = ENVI Standard\ndata type = 12\n"
-         << "interleave = bsq\nbyte order = 0\n"
+         << "interleave = " << (line_scan_ ? "bil" : "bsq") << "\nbyte order = 0\n"
          << "data ignore value = " << kFillValue << "\n"
          << "reflectance scale factor = " << std::setprecision(17) << scale_ << "\n"
          << "wavelength units = Nanometers\n"
@@ -150,6 +181,9 @@ void SceneSimulator::WriteEnvi(const std::string& stem) const {
   if (!raw || !header) {
     throw std::runtime_error("scene: cannot write " + stem + ".raw/.hdr");
   }
+  // The data before its header: a header found always describes complete data.
+  raw_file.Commit();
+  header_file.Commit();
 }
 
 }  // namespace kelto::tools

@@ -1,8 +1,9 @@
 // A small simulated scene with ground truth, seen through a calibrated filter sensor: patches of
 // known reflectance spectra, each band value the integral of the band's response times the
 // spectrum, scaled and quantised to unsigned 16 bits, framed by a border of "no data". Written as
-// an ENVI cube (raw band-sequential samples and a text header). The demo and the accuracy
-// figures of the correction are measured on it.
+// an ENVI cube (raw samples and a text header) with every band at every pixel: band sequential
+// for mosaics and tiles, and for a wedge line by line, as the frames of a line scan assemble. The
+// demo and the accuracy figures of the correction are measured on it.
 #pragma once
 
 #include <string>
@@ -40,9 +41,13 @@ class SceneSimulator {
   std::vector<double> ResponseAreas() const;
   // Stored samples divide by this to give the integrals.
   double Scale() const { return scale_; }
+  // The stored value of every band for a white target (reflectance 1), before quantisation:
+  // what a stored sample is divided by to be white referenced, as reflectance matrices expect.
+  std::vector<double> WhiteResponse() const;
 
-  // Writes `<stem>.raw` and `<stem>.hdr` (ENVI, unsigned 16-bit, band sequential, with "data
-  // ignore value", "reflectance scale factor", "wavelength" and "fwhm" of the bands' main peaks).
+  // Writes `<stem>.raw` and `<stem>.hdr` (ENVI, unsigned 16-bit, with "data ignore value",
+  // "reflectance scale factor", "wavelength" and "fwhm" of the bands' main peaks), each under a
+  // temporary name first. Band sequential, or band interleaved by line for a line-scan sensor.
   void WriteEnvi(const std::string& stem) const;
 
  private:
@@ -51,6 +56,7 @@ class SceneSimulator {
   std::vector<double> optics_;  // transmission of the optics in front of the sensor
   std::vector<Patch> patches_;
   double scale_ = 1.0;
+  bool line_scan_ = false;  // every zone a wedge: a frame holds one line of the scene
 };
 
 }  // namespace kelto::tools
