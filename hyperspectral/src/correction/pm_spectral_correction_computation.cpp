@@ -1,6 +1,10 @@
 #include <kelto/hyperspectral/correction/pm_spectral_correction_computation.h>
 
+#include <Eigen/Cholesky>
+#include <Eigen/Core>
+
 #include <algorithm>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
@@ -24,6 +28,7 @@ using datatypes::Matrix;
 using datatypes::RowVector;
 using eAlgorithm = InversionOptimizationAlgorithms::eInversionOptimizationAlgorithms;
 using Lock = boost::unique_lock<boost::mutex>;
+using RowMajor = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
 
 constexpr unsigned long kCsvPrecision = 6;
 
@@ -47,6 +52,15 @@ std::unique_ptr<common::ThreeParametersFunction> MakeDistribution(
 }
 
 }  // namespace
+
+// A = F Ft + alpha^2 I ready for solving, for the alpha^2 it was formed with: its Cholesky factor,
+// or, where that factor is not to be trusted, its explicit inverse.
+struct PM_SpectralCorrectionComputation::TikhonovFactor {
+  double alpha_squared = 0.0;
+  bool by_inverse = false;
+  Eigen::LLT<Eigen::MatrixXd> cholesky;
+  Matrix<double> inverse;
+};
 
 PM_SpectralCorrectionComputation::Parameters::~Parameters() = default;
 
@@ -152,6 +166,7 @@ void PM_SpectralCorrectionComputation::_Initialize(
   energies_ = own.energies;
   wavelengths_ = own.wavelengths;
   optical_response_ = own.optical_response;
+  tikhonov_factor_.reset();
   function_ = std::make_unique<CorrectionFunction>(own.responses);
 
   const Matrix<double>& responses = function_->GetResponseMatrix();
@@ -180,6 +195,7 @@ void PM_SpectralCorrectionComputation::_Initialize(
 }
 
 void PM_SpectralCorrectionComputation::_Deallocate() {
+  tikhonov_factor_.reset();
   function_.reset();
 }
 
@@ -239,20 +255,57 @@ void PM_SpectralCorrectionComputation::_ComputeCorrectionCoefficients(
   _ComputeCorrectionCoefficients(coefficients, filter, peak);
 }
 
-// The inverse is formed anew for every filter; see bench_inversion for what that costs.
+// alpha is a runtime parameter and may have changed since the factorisation was formed; only its
+// square enters A, so a change of sign alone keeps the factorisation.
 void PM_SpectralCorrectionComputation::_ComputeCorrectionCoefficients_Tikhonov(
     RowVector<double>& coefficients, const ColumnVector<double>& virtual_filter, const PeakInfo&) {
-  CorrectionFunction& function = _GetFunction();
-  if (virtual_filter.size != wavelengths_.size) {
-    Fail<std::invalid_argument>("the virtual filter has " + std::to_string(virtual_filter.size) +
-                                " samples for " + std::to_string(wavelengths_.size) +
-                                " wavelengths");
+  const ColumnVector<double>& projected = _ProjectFilter(virtual_filter);
+  if (tikhonov_factor_ == nullptr ||
+      tikhonov_factor_->alpha_squared != tikhonov_alpha_ * tikhonov_alpha_) {
+    _FactorTikhonov();
   }
-  function.SetVirtualFilter(virtual_filter);
-  const ColumnVector<double> product = _TikhonovInverse().Multiply(function.GetProjectedFilter());
+  const TikhonovFactor& factor = *tikhonov_factor_;
   // A row view of the right size keeps pointing into its matrix.
-  coefficients._Allocate(function.dimension, false);
+  coefficients._Allocate(projected.size, false);
+  if (factor.by_inverse) {
+    const ColumnVector<double> product = factor.inverse.Multiply(projected);
+    std::copy(product.begin(), product.end(), coefficients.begin());
+    return;
+  }
+  const auto n = static_cast<Eigen::Index>(projected.size);
+  Eigen::Map<Eigen::VectorXd>(coefficients.data, n) =
+      factor.cholesky.solve(Eigen::Map<const Eigen::VectorXd>(projected.data, n));
+}
+
+void PM_SpectralCorrectionComputation::_ComputeCorrectionCoefficients_TikhonovInverse(
+    RowVector<double>& coefficients, const ColumnVector<double>& virtual_filter, const PeakInfo&) {
+  const ColumnVector<double>& projected = _ProjectFilter(virtual_filter);
+  const ColumnVector<double> product = _TikhonovInverse().Multiply(projected);
+  coefficients._Allocate(projected.size, false);
   std::copy(product.begin(), product.end(), coefficients.begin());
+}
+
+// Eigen's LLT only fails on a pivot that is not positive; one that rounding has left barely above
+// zero would pass and give coefficients of noise. Such an A goes to Matrix::Inverse, whose own
+// Cholesky uses the same bound and which hands a singular A on as std::runtime_error.
+void PM_SpectralCorrectionComputation::_FactorTikhonov() {
+  const Matrix<double>& gram = _GetFunction().GetGramMatrix();
+  const auto n = static_cast<Eigen::Index>(gram.row_count);
+  auto factor = std::make_unique<TikhonovFactor>();
+  factor->alpha_squared = tikhonov_alpha_ * tikhonov_alpha_;
+  Eigen::MatrixXd a = Eigen::Map<const RowMajor>(gram.data, n, n);
+  a.diagonal().array() += factor->alpha_squared;
+  const double tolerance = n == 0
+                               ? 0.0
+                               : static_cast<double>(n) * std::numeric_limits<double>::epsilon() *
+                                     a.cwiseAbs().maxCoeff();
+  factor->cholesky.compute(a);
+  if (factor->cholesky.info() != Eigen::Success ||
+      !(factor->cholesky.matrixLLT().diagonal().array().square() > tolerance).all()) {
+    factor->inverse = _TikhonovInverse();
+    factor->by_inverse = true;
+  }
+  tikhonov_factor_ = std::move(factor);
 }
 
 void PM_SpectralCorrectionComputation::_ComputeCorrectionMatrix(
@@ -288,6 +341,18 @@ void PM_SpectralCorrectionComputation::_FilterCorrectionMatrix(
     }
   }
   matrix = kernel.Multiply(matrix);
+}
+
+const ColumnVector<double>& PM_SpectralCorrectionComputation::_ProjectFilter(
+    const ColumnVector<double>& virtual_filter) {
+  CorrectionFunction& function = _GetFunction();
+  if (virtual_filter.size != wavelengths_.size) {
+    Fail<std::invalid_argument>("the virtual filter has " + std::to_string(virtual_filter.size) +
+                                " samples for " + std::to_string(wavelengths_.size) +
+                                " wavelengths");
+  }
+  function.SetVirtualFilter(virtual_filter);
+  return function.GetProjectedFilter();
 }
 
 // G = alpha I, so Gt G only adds alpha^2 to the diagonal of F Ft.

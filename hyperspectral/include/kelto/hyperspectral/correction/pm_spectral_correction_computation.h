@@ -26,6 +26,15 @@ namespace kelto::hyperspectral {
 // which minimise |Ft x - v|^2 + alpha^2 |x|^2. alpha enters squared, so its sign does not matter,
 // and it is not scaled with F.
 //
+// A = F Ft + alpha^2 I is the same for every filter of a computation, so it is factored once, by
+// Cholesky, when the first filter after Initialize is solved, and each filter costs two triangular
+// solves. The factorisation remembers its alpha^2: a SetParameters that changes alpha between two
+// filters has the next one factor A anew. When A is not clearly positive definite (alpha 0 with F
+// of lower rank than it has rows, or values that are not finite), the Cholesky factor is not
+// trusted and the explicit inverse of A by Matrix::Inverse takes its place, formed once as well:
+// a singular A then fails with std::runtime_error at the first filter, and the coefficients of
+// an A that Matrix::Inverse can still invert are A^-1 F v.
+//
 // A computation is SetParameters, Initialize with the responses, one ComputeCorrectionMatrix,
 // Deallocate. The public computations hold the module's lock for their whole length, as the
 // function they work on changes with each filter.
@@ -127,7 +136,23 @@ class KELTO_HYPERSPECTRAL_EXPORT PM_SpectralCorrectionComputation
   double _GetResponse(const datatypes::ColumnVector<double>& response,
                       const double& wavelength) const;
 
+  // The route in use: x from F v by the factorisation of A, which _FactorTikhonov forms if there
+  // is none for the present alpha.
+  void _ComputeCorrectionCoefficients_Tikhonov(
+      datatypes::RowVector<double>& coefficients,
+      const datatypes::ColumnVector<double>& virtual_filter, const PeakInfo& peak);
+  // The former route: A formed and inverted for this filter alone, x = A^-1 F v. The module does
+  // not call it; it stays so that tests and bench_inversion can hold it against the route in use.
+  void _ComputeCorrectionCoefficients_TikhonovInverse(
+      datatypes::RowVector<double>& coefficients,
+      const datatypes::ColumnVector<double>& virtual_filter, const PeakInfo& peak);
+  // Factors A for the present alpha, replacing what there was. std::runtime_error when A is
+  // singular; see the class comment.
+  void _FactorTikhonov();
+
  private:
+  struct TikhonovFactor;
+
   void _SetupParameterContainer();
 
   void _ComputeCorrectionCoefficients(datatypes::RowVector<double>& coefficients,
@@ -135,14 +160,14 @@ class KELTO_HYPERSPECTRAL_EXPORT PM_SpectralCorrectionComputation
                                       const PeakInfo& peak);
   void _ComputeCorrectionCoefficients(datatypes::RowVector<double>& coefficients,
                                       const PeakInfo& peak);
-  void _ComputeCorrectionCoefficients_Tikhonov(
-      datatypes::RowVector<double>& coefficients,
-      const datatypes::ColumnVector<double>& virtual_filter, const PeakInfo& peak);
   void _ComputeCorrectionMatrix(datatypes::Matrix<double>& matrix,
                                 const std::vector<PeakInfo>& peaks);
   void _FilterCorrectionMatrix(datatypes::Matrix<double>& matrix,
                                const std::vector<PeakInfo>& peaks) const;
 
+  // F v of the present function for virtual_filter, which must have one value per wavelength.
+  const datatypes::ColumnVector<double>& _ProjectFilter(
+      const datatypes::ColumnVector<double>& virtual_filter);
   // (F Ft + alpha^2 I)^-1 of the present function.
   datatypes::Matrix<double> _TikhonovInverse() const;
   // The function of the present computation; std::logic_error outside Initialize and Deallocate.
@@ -163,6 +188,8 @@ class KELTO_HYPERSPECTRAL_EXPORT PM_SpectralCorrectionComputation
   datatypes::ColumnVector<double> energies_;
   datatypes::ColumnVector<double> optical_response_;
   std::vector<std::pair<unsigned long, double>> response_maxima_;
+  // Null until the first filter after Initialize is solved.
+  std::unique_ptr<TikhonovFactor> tikhonov_factor_;
 };
 
 }  // namespace kelto::hyperspectral
