@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <list>
 #include <stdexcept>
 
 #include <kelto/common/three_parameters_function.h>
 #include <kelto/common/version.h>
-#include <kelto/hyperspectral/correction/pm_spectral_correction_computation.h>
+#include <kelto/hyperspectral/analysis/pm_sensor_response_analysis.h>
+#include <kelto/hyperspectral/correction/utilities.h>
 
 namespace kelto::tools {
 
@@ -218,57 +220,31 @@ std::vector<double> CalibrationSimulator::OpticsTransmission(const SensorCalibra
 
 hyperspectral::CorrectionMatrix CalibrationSimulator::TruePeakCorrection(
     const SensorCalibration& calibration) {
-  using hyperspectral::PM_SpectralCorrectionComputation;
-  const std::vector<double>& grid = calibration.filter_info.calibration_info.sample_points_nm;
-  const unsigned long band_count = calibration.filter_info.GetTotalNrBands();
+  using hyperspectral::PM_SensorResponseAnalysis;
+  PM_SensorResponseAnalysis analysis{PM_SensorResponseAnalysis::Parameters()};
+  hyperspectral::utilities::SetCorrectionMatrixParameters(analysis, calibration.GetTypeName());
+  hyperspectral::PM_PeakDetection::Parameters detection;
+  analysis.GetParameters(detection);
+  PM_SensorResponseAnalysis::InitializationData data;
+  data.filter_info = calibration.filter_info;
+  analysis.Initialize(data);
 
-  PM_SpectralCorrectionComputation::InitializationData data;
-  data.responses = datatypes::Matrix<double>(band_count, grid.size(), 0.0);
-  data.wavelengths = datatypes::ColumnVector<double>(grid.size(), 0.0);
-  data.optical_response = datatypes::ColumnVector<double>(grid.size(), 1.0);
-  const std::vector<double> optics = OpticsTransmission(calibration);
-  data.energies = datatypes::ColumnVector<double>(band_count, 1.0);
-  for (std::size_t i = 0; i < grid.size(); ++i) {
-    data.wavelengths[i] = grid[i];
-    data.optical_response[i] = optics[i];
-  }
-  std::vector<PM_SpectralCorrectionComputation::PeakInfo> peaks;
-  for (unsigned long b = 0; b < band_count; ++b) {
-    const BandInfo& band = calibration.filter_info.GetBand(b);
-    // What the bands see is their response through the optics.
-    for (std::size_t i = 0; i < grid.size(); ++i) {
-      data.responses.rows[b][i] = band.response[i] * optics[i];
-    }
-    PM_SpectralCorrectionComputation::PeakInfo peak;
-    peak.wavelength = band.peaks.front().wavelength_nm;
-    peak.fwhm = band.peaks.front().fwhm_nm;
-    peak.row = b;
+  // Every band's true main peak, in the shape that the document fits.
+  std::list<hyperspectral::PM_SpectralCorrectionComputation::PeakInfo> peaks;
+  for (unsigned long b = 0; b < calibration.filter_info.GetTotalNrBands(); ++b) {
+    const Peak& truth = calibration.filter_info.GetBand(b).peaks.front();
+    hyperspectral::PM_SpectralCorrectionComputation::PeakInfo peak;
+    peak.wavelength = truth.wavelength_nm;
+    peak.fwhm = truth.fwhm_nm;
+    peak.shape = detection.distribution;
     peak.band = b;
-    peak.shape = hyperspectral::Distributions::DB_GAUSSIAN;
     peaks.push_back(peak);
   }
-
-  PM_SpectralCorrectionComputation inversion{PM_SpectralCorrectionComputation::Parameters()};
-  inversion.Initialize(data);
-  datatypes::Matrix<double> coefficients;
-  inversion.ComputeCorrectionMatrix(coefficients, peaks);
-  inversion.Deallocate();
-
   hyperspectral::CorrectionMatrix matrix;
-  matrix.created = calibration.modified;
   matrix.name = "true_peaks";
-  matrix.algorithm = hyperspectral::CorrectionAlgorithms::CA_M0;
-  matrix.algorithm_version = {1, 0};
-  matrix.type = hyperspectral::CorrectionMatrixTypes::CT_REFLECTANCE;
-  matrix.optical_components = calibration.system_info.optical_components;
-  for (std::size_t r = 0; r < peaks.size(); ++r) {
-    hyperspectral::CorrectionMatrix::VirtualBand virtual_band;
-    virtual_band.wavelength_nm = peaks[r].wavelength;
-    virtual_band.fwhm_nm = peaks[r].fwhm;
-    virtual_band.coefficients.assign(coefficients.rows[r],
-                                     coefficients.rows[r] + coefficients.column_count);
-    matrix.virtual_bands.push_back(virtual_band);
-  }
+  analysis.ComputeCorrectionMatrixForPeaks(matrix, calibration.system_info.optical_components,
+                                           peaks);
+  matrix.created = calibration.modified;  // the samples stay the same from run to run
   return matrix;
 }
 
@@ -280,8 +256,6 @@ std::vector<SensorCalibration> CalibrationSimulator::Samples() {
   mosaic4.filter_info.filter_zones.push_back(
       Zone(FilterZone::MOSAIC, 0, {0, 0, 2048, 1088}, 4, 4, 470, 620, 10, 13, visible, false));
   mosaic4.system_info.optical_components.push_back(Bandpass(460.0, 630.0, visible));
-  mosaic4.system_info.spectral_correction_info.correction_matrices.push_back(
-      TruePeakCorrection(mosaic4));
   samples.push_back(mosaic4);
 
   SensorCalibration mosaic5 = Vkr9("17.5.5.2", visible);
@@ -315,6 +289,10 @@ std::vector<SensorCalibration> CalibrationSimulator::Samples() {
   swir.filter_info.filter_zones.push_back(
       Zone(FilterZone::MOSAIC, 0, {0, 0, 640, 512}, 4, 4, 1100, 1700, 20, 30, infrared, true));
   samples.push_back(swir);
+  for (SensorCalibration& sample : samples) {
+    sample.system_info.spectral_correction_info.correction_matrices.push_back(
+        TruePeakCorrection(sample));
+  }
   return samples;
 }
 

@@ -45,9 +45,11 @@ class CalibrationSimulator {
   static std::vector<double> OpticsTransmission(
       const hyperspectral::SensorCalibration& calibration);
 
-  // A correction matrix computed by the library's inversion from the calibration's responses
-  // seen through its optics, with one virtual band per band: a Gaussian target at the band's
-  // true main peak and width.
+  // The reference of every evaluation, "true_peaks": the correction matrix that the library's own
+  // stages make, with the calibration's parameter document, from the bands' true main peaks
+  // instead of fitted ones (every band used, responses through the optics normalised for
+  // reflectance, one virtual filter per band, then the document's post-processing). Its rows apply
+  // to white-referenced bands.
   static hyperspectral::CorrectionMatrix TruePeakCorrection(
       const hyperspectral::SensorCalibration& calibration);
 };

@@ -1,6 +1,7 @@
 // kelto-hsi: the command-line face of the library. `check` reads any record file the library
 // knows by its root element, summarises it and lists every event of the read; `info` does the
-// same with the bands, peaks and correction matrices spelled out.
+// same with the bands, peaks and correction matrices spelled out; `peaks` and `matrix` run the
+// analysis of a calibration's measured responses; `spectrum` corrects one pixel of a cube.
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -13,6 +14,8 @@
 
 #include <kelto/hyperspectral.h>
 
+#include "analysis_commands.h"
+#include "exit_codes.h"
 #include "hypercube_loader.h"
 #include "record_kinds.h"
 
@@ -22,16 +25,17 @@ using kelto::common::XMLSerializableInterface;
 using ParsingResult = XMLSerializableInterface::ParsingResult;
 using Event = ParsingResult::Event;
 
-// Exit codes: for `check` and `info` the summary state of the read, or that the file can't be
-// read at all; `spectrum` adds the image's problems (CubeError's codes) and these.
-enum ExitCode : int {
-  kOk = 0,
-  kWarnings = 1,
-  kErrors = 2,
-  kUnreadable = 3,
-  kPixelOutside = 7,
-  kNoMatrix = 8,
-};
+using namespace kelto::tools;  // NOLINT: the exit codes
+
+constexpr ExitCode kNoMatrix = kBadMatrix;
+
+// The table of exit codes, as --help repeats it.
+const char* const kExitCodes =
+    "Exit status: 0 done; check and info: 1 warnings, 2 errors in the file; 2 parameters or a "
+    "calibration that the computation can't use; 3 a calibration or record that can't be read; 4 "
+    "an image that can't be opened; 5 an unsupported sample type; 6 header and data sizes "
+    "disagree; 7 a pixel outside the image; 8 a correction matrix missing or unfit; 9 a pixel "
+    "without data; 10 an output that could not be written; 64 a usage error.";
 
 // Reads nothing but the name of the root element, through the same safe parser as the records.
 class RootProbe : public XMLSerializableInterface {
@@ -257,8 +261,64 @@ int main(int argc, char** argv) {
       ->excludes(matrix_option);
   spectrum->add_flag("--json", request.json, "print a JSON document instead of CSV lines");
 
-  CLI11_PARSE(app, argc, argv);
+  AnalysisRequest analysis;
+  std::string mask = "selected";
+  CLI::App* peaks = app.add_subcommand(
+      "peaks",
+      "Fit the peaks of every band of CALIBRATION from its measured responses (seen through the "
+      "calibration's optical components) and write the calibration with them to OUT. Each zone's "
+      "bands are sorted by pattern position first.\nExit status: 0 done, 2 the calibration or "
+      "the parameters can't be used, 3 a calibration or parameter file can't be read, 10 OUT "
+      "can't be written, 64 usage.");
+  CLI::App* matrix = app.add_subcommand(
+      "matrix",
+      "Compute a correction matrix from the measured responses of CALIBRATION and write the "
+      "calibration with it (replacing a matrix of the same name) to OUT.\nExit status as for "
+      "peaks.");
+  for (CLI::App* command : {peaks, matrix}) {
+    command->add_option("CALIBRATION", analysis.calibration, "the sensor_calibration file")
+        ->required();
+    command
+        ->add_option("--parameters", analysis.parameters,
+                     "a key of the embedded parameter documents (such as VKR9-MZT4x4-470_620) or "
+                     "a correction_matrix_parameters file; default: the calibration's type")
+        ->type_name("KEY|FILE");
+    command->add_option("-o,--output", analysis.output, "the calibration file written")->required();
+    command->add_flag("--json", analysis.json, "print the summary as JSON on standard output");
+  }
+  peaks->add_flag("--force", analysis.force,
+                  "sort the bands even when that reorders the bands of stored correction "
+                  "matrices");
+  matrix->add_option("--name", analysis.name, "name of the new matrix")->required();
+  matrix->add_option("--mask", mask, "the bands used: selected (their own flags) or all")
+      ->check(CLI::IsMember({"selected", "all"}));
+  std::string type = "reflectance";
+  matrix
+      ->add_option("--type", type,
+                   "reflectance (rows for white-referenced bands, each summing to 1) or "
+                   "irradiance (rows for bands as measured)")
+      ->check(CLI::IsMember({"reflectance", "irradiance"}));
+  matrix->add_option("--external-optics", analysis.external_optics,
+                     "optical_component files in front of the system that the matrix assumes");
+  matrix->add_option("--debug-dir", analysis.debug_dir,
+                     "write every intermediate result of the computation as CSV files here");
+  app.footer(kExitCodes);
+
   try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    const int code = app.exit(error);
+    return error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success) ? code : kUsage;
+  }
+  try {
+    if (peaks->parsed()) {
+      return RunPeaks(analysis);
+    }
+    if (matrix->parsed()) {
+      analysis.all_bands = mask == "all";
+      analysis.irradiance = type == "irradiance";
+      return RunMatrix(analysis);
+    }
     if (check->parsed() || info->parsed()) {
       return Check(file, info->parsed());
     }
@@ -269,7 +329,7 @@ int main(int argc, char** argv) {
           !kelto::common::Strings::ParseInt(pixel_text.substr(comma + 1), request.pixel.second)) {
         std::cerr << "kelto-hsi: --pixel wants X,Y as two whole numbers, not \"" << pixel_text
                   << "\"\n";
-        return kPixelOutside;
+        return kUsage;
       }
       return Spectrum(request);
     }

@@ -159,11 +159,11 @@ foreach(index RANGE 149)
          "values=\"${before_text}1${after_text}\"/></virtual_band>\n")
 endforeach()
 file(READ ${WORK_DIR}/calibrations/VKR9-QL150-470_900.xml wedge)
-string(REPLACE "<correction_matrices/>"
+string(REPLACE "<correction_matrices>"
        "<correction_matrices><correction_matrix version=\"6\" created=\"2026-01-15T09:30:00Z\">
 <name>bands_alone</name><algorithm>m0</algorithm><algorithm_version>1.0</algorithm_version>
 <type>reflectance</type><minimum_band_energy>1</minimum_band_energy><optical_components/>
-<virtual_bands>${bands}</virtual_bands></correction_matrix></correction_matrices>"
+<virtual_bands>${bands}</virtual_bands></correction_matrix>"
        wedge "${wedge}")
 set(wedge_calibration ${WORK_DIR}/VKR9-QL150-470_900.xml)
 file(WRITE ${wedge_calibration} "${wedge}")
@@ -220,7 +220,14 @@ endif()
 # Exit codes.
 run_sim(2 out ARGS evaluate ${mosaic} ${mosaic_scene} --matrix nope
         CONTAINS "has no correction matrix \"nope\"")
-run_sim(2 out ARGS evaluate ${WORK_DIR}/calibrations/VKR9-TZT32-600_1000.xml
+file(READ ${WORK_DIR}/calibrations/VKR9-TZT32-600_1000.xml tiles)
+string(FIND "${tiles}" "<correction_matrices>" open_at)
+string(FIND "${tiles}" "</correction_matrices>" close_at)
+string(SUBSTRING "${tiles}" 0 ${open_at} before)
+math(EXPR close_end "${close_at} + 22")
+string(SUBSTRING "${tiles}" ${close_end} -1 after)
+file(WRITE ${WORK_DIR}/tiles_without_matrix.xml "${before}<correction_matrices/>${after}")
+run_sim(2 out ARGS evaluate ${WORK_DIR}/tiles_without_matrix.xml
                    ${WORK_DIR}/scene/VKR9-TZT32-600_1000.hdr
         CONTAINS "holds no correction matrix")
 run_sim(8 out ARGS evaluate ${mosaic} ${wedge_scene} CONTAINS "weighs 16 bands" "has 150")
