@@ -189,7 +189,7 @@ void Write(const SensorCalibration& calibration, const std::string& output) {
     calibration.WriteFile(file.Path());
     file.Commit();
   } catch (const std::exception& error) {
-    throw CommandError{kNotWritten, error.what()};
+    throw CommandError{kNotWritten, "cannot write " + output + ": " + error.what()};
   }
 }
 

@@ -261,6 +261,11 @@ int main(int argc, char** argv) {
       ->excludes(matrix_option);
   spectrum->add_flag("--json", request.json, "print a JSON document instead of CSV lines");
 
+  // The library's log tells of timings and of errors that reach this program as exceptions, whose
+  // texts it prints itself.
+  kelto::common::Logger::SetSink(
+      [](kelto::common::Logger::eLevel, const std::string&, const std::string&) {});
+
   AnalysisRequest analysis;
   std::string mask = "selected";
   CLI::App* peaks = app.add_subcommand(
@@ -303,6 +308,9 @@ int main(int argc, char** argv) {
   matrix->add_option("--debug-dir", analysis.debug_dir,
                      "write every intermediate result of the computation as CSV files here");
   app.footer(kExitCodes);
+  for (CLI::App* command : app.get_subcommands([](CLI::App*) { return true; })) {
+    command->footer(kExitCodes);
+  }
 
   try {
     app.parse(argc, argv);

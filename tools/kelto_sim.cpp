@@ -16,6 +16,7 @@
 #include <kelto/hyperspectral.h>
 
 #include "calibration_simulator.h"
+#include "exit_codes.h"
 #include "hypercube_loader.h"
 #include "pending_file.h"
 #include "scene_simulator.h"
@@ -30,15 +31,12 @@ using kelto::tools::SceneSimulator;
 
 // The exit codes shared with kelto-hsi; a scene that can't be loaded exits with the loader's
 // code (4, 5 or 6).
-enum ExitCode : int {
-  kOk = 0,
-  kUnusable = 2,     // no such matrix, or a calibration the evaluation can't use
-  kUnreadable = 3,   // the calibration can't be read
-  kBadScene = 4,     // not a scene of the simulator
-  kUnfitMatrix = 8,  // the matrix weighs another number of bands than the scene has
-  kCannotWrite = 10,
-  kUsage = 64,
-};
+using namespace kelto::tools;  // NOLINT: the exit codes
+constexpr ExitCode kUnusable =
+    kErrors;  // no such matrix, or a calibration the evaluation can't use
+constexpr ExitCode kBadScene = kBadImage;      // not a scene of the simulator
+constexpr ExitCode kUnfitMatrix = kBadMatrix;  // another number of bands than the scene has
+constexpr ExitCode kCannotWrite = kNotWritten;
 
 void WriteCalibrations(const std::string& directory) {
   kelto::common::filesystem::CreateDirectories(directory);
