@@ -1,5 +1,5 @@
 # The two commands of the README, and a few helpers around them.
-#   make demo   installs what is missing, builds, and runs kelto-hsi on the bundled sample data
+#   make demo   installs what is missing, builds, and runs the main job on the bundled sample data
 #   make test   installs what is missing, builds, and runs every test under ctest
 
 MAKEFLAGS  += --no-print-directory
@@ -26,15 +26,26 @@ build: configure
 test: build
 	@ctest --test-dir $(BUILD_DIR) --output-on-failure --parallel $(JOBS)
 
+DEMO_DIR     := $(BUILD_DIR)/demo
+DEMO_SAMPLE  := $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml
+DEMO_SCENE   := $(SAMPLES)/scene/VKR9-MZT4x4-470_620.hdr
+DEMO_MATRIX  := $(DEMO_DIR)/VKR9-MZT4x4-470_620.xml
+
+# The main road on the bundled 4x4 mosaic sample: correction matrices from its measured responses,
+# then corrected spectra of its simulated scene beside the truth. Writes only under $(DEMO_DIR).
 demo: build
-	@echo "== kelto-hsi info $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml"
-	@$(KELTO_HSI) info $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml
+	@mkdir -p $(DEMO_DIR)
+	@echo "== kelto-hsi matrix: a reflectance matrix from the measured band responses of the sample"
+	@$(KELTO_HSI) matrix $(DEMO_SAMPLE) --name measured -o $(DEMO_MATRIX)
+	@echo "   and an irradiance matrix, for bands as measured"
+	@$(KELTO_HSI) matrix $(DEMO_MATRIX) --name measured_irradiance --type irradiance -o $(DEMO_MATRIX)
 	@echo
-	@echo "== kelto-hsi spectrum: the vegetation patch of the sample scene, corrected"
-	@$(KELTO_HSI) spectrum $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml $(SAMPLES)/scene/VKR9-MZT4x4-470_620.hdr --pixel 18,18
+	@echo "== kelto-hsi spectrum: the vegetation patch of the scene, corrected by the irradiance matrix"
+	@echo "   (the scene is lit by a flat unit illumination, so this is its reflectance)"
+	@$(KELTO_HSI) spectrum $(DEMO_MATRIX) $(DEMO_SCENE) --pixel 18,18 --matrix measured_irradiance
 	@echo
-	@echo "== kelto-sim evaluate: the same patch beside the truth, and the error over all patches"
-	@$(KELTO_SIM) evaluate $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml $(SAMPLES)/scene/VKR9-MZT4x4-470_620.hdr --patch vegetation
+	@echo "== kelto-sim evaluate: the reflectance matrix on the white-referenced scene, beside the truth"
+	@$(KELTO_SIM) evaluate $(DEMO_MATRIX) $(DEMO_SCENE) --matrix measured --patch vegetation
 	@echo
 	@echo "== kelto-hsi check $(SAMPLES)/sensor_info_defective.xml (exit status 2 expected)"
 	@$(KELTO_HSI) check $(SAMPLES)/sensor_info_defective.xml; echo "exit status $$?"

@@ -1,5 +1,6 @@
-// Reads a sensor block from text, checks it and writes it back: the smallest useful program
-// against the installed libraries. Exits non-zero if anything is off.
+// Reads a sensor block from text, checks it and writes it back, and loads an embedded parameter
+// document: the smallest useful program against the installed libraries. Exits non-zero if
+// anything is off.
 
 #include <iostream>
 
@@ -23,8 +24,13 @@ int main() {
   SensorInfo::ParsingResult again;
   copy.ReadString(again, sensor.WriteString());
 
-  const bool ok = result.state() == 0 && again.state() == 0 && copy == sensor &&
-                  sensor.GetTypeName() == "TEM480" &&
+  // The parameter documents travel inside the installed library.
+  kelto::hyperspectral::CorrectionMatrixParameters parameters;
+  kelto::hyperspectral::utilities::LoadCorrectionMatrixParameters(parameters,
+                                                                  "VKR9-MZT4x4-470_620");
+
+  const bool ok = parameters.peak_detection.peaks_nr_max == 2 && result.state() == 0 &&
+                  again.state() == 0 && copy == sensor && sensor.GetTypeName() == "TEM480" &&
                   SensorInfo::TEM480_GainModes::FromString(sensor.gain_mode) ==
                       SensorInfo::TEM480_GainModes::GM_HIGH;
   std::cout << "libkelto " << kelto::common::GetVersionString() << ": "

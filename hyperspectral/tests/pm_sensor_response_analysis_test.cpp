@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <limits>
@@ -12,6 +13,7 @@
 
 #include <kelto/common/parameter_container.h>
 #include <kelto/hyperspectral/calibration/sensor_calibration.h>
+#include <kelto/hyperspectral/correction/utilities.h>
 
 #include "../../common/tests/log_capture.h"
 #include "../../common/tests/temporary_directory.h"
@@ -640,6 +642,71 @@ TEST_F(SensorResponseAnalysisSample, DebugDumpWritesEveryFileUnderItsName) {
         "peak_detection/"
         "corr_matrix_measured_band_000_peak_000_fit_function_brute_force_result.csv"}) {
     EXPECT_TRUE(std::filesystem::is_regular_file(dump / name)) << name;
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// On every simulated sample, with its own parameter document, the fitted peak nearest each band's
+// true main peak lies within 1 nm of it, with a width within 10 %. Not judged: bands wider than
+// the document lets a fit be, and bands whose maximum the detector's cut-off or the grid's end
+// moves by more than a nanometre.
+TEST(SensorResponseAnalysisSamples, FittedPeaksMatchTheSimulatedOnes) {
+  LogCapture log;
+  for (const char* type : {"VKR9-MZT4x4-470_620", "VKR9-MZT5x5-600_1000", "VKR9-QL150-470_900",
+                           "VKR9-TZT32-600_1000", "TEM480-MZT4x4-1100_1700"}) {
+    const SensorCalibration truth = Sample(type);
+    Module module{Module::Parameters()};
+    kelto::hyperspectral::utilities::SetCorrectionMatrixParameters(module, type);
+    PM_PeakDetection::Parameters detection;
+    module.GetParameters(detection);
+    Module::InitializationData data;
+    data.filter_info = truth.filter_info;
+    module.Initialize(data);
+    FilterInfo fitted = truth.filter_info;
+    module.ComputePeaks(fitted, truth.system_info.optical_components);
+
+    const std::vector<double>& grid = truth.filter_info.calibration_info.sample_points_nm;
+    // Where the band's response peaks within the main peak's half width; no peak when the half
+    // width is not all on the grid.
+    const auto maximum_at = [&](const std::vector<double>& response, double centre, double half) {
+      if (centre - half < grid.front() || centre + half > grid.back()) {
+        return -1.0;
+      }
+      double best = -1.0;
+      double best_value = -1.0;
+      for (std::size_t i = 0; i < grid.size(); ++i) {
+        if (std::fabs(grid[i] - centre) <= half && response[i] > best_value) {
+          best = grid[i];
+          best_value = response[i];
+        }
+      }
+      return best;
+    };
+    unsigned long judged = 0;
+    for (unsigned long b = 0; b < truth.filter_info.GetTotalNrBands(); ++b) {
+      const auto& band = truth.filter_info.GetBand(b);
+      const auto& main = band.peaks.front();
+      const double maximum = maximum_at(band.response, main.wavelength_nm, main.fwhm_nm / 2.0);
+      if (main.fwhm_nm > detection.maximum_fwhm_nm ||
+          std::fabs(maximum - main.wavelength_nm) > 1.0) {
+        continue;
+      }
+      ++judged;
+      const auto& peaks = fitted.GetBand(b).peaks;
+      ASSERT_FALSE(peaks.empty()) << type << " band " << b;
+      const auto nearest =
+          std::min_element(peaks.begin(), peaks.end(), [&](const auto& x, const auto& y) {
+            return std::fabs(x.wavelength_nm - main.wavelength_nm) <
+                   std::fabs(y.wavelength_nm - main.wavelength_nm);
+          });
+      EXPECT_NEAR(nearest->wavelength_nm, main.wavelength_nm, 1.0) << type << " band " << b;
+      EXPECT_NEAR(nearest->fwhm_nm, main.fwhm_nm, 0.1 * main.fwhm_nm) << type << " band " << b;
+    }
+    // Most bands are judged: the exclusions are the few at the edges of what a sensor sees.
+    EXPECT_GE(judged, truth.filter_info.GetTotalNrBands() / 2) << type;
   }
 }
 
