@@ -169,13 +169,20 @@ void PM_SensorResponseAnalysis::_SetupParameterContainer() {
 // ---------------------------------------------------------------------------------------------
 // Hooks: a child's structure goes to that child, the module's own is kept here.
 
-void PM_SensorResponseAnalysis::_GetParameters(ParameterizedObject::Parameters& parameters) const {
-  if (dynamic_cast<PM_PeakDetection::Parameters*>(&parameters) != nullptr) {
-    peak_detection_->GetParameters(parameters);
-    return;
+common::ProcessingModule* PM_SensorResponseAnalysis::_ChildFor(
+    const ParameterizedObject::Parameters& parameters) const {
+  if (dynamic_cast<const PM_PeakDetection::Parameters*>(&parameters) != nullptr) {
+    return peak_detection_.get();
   }
-  if (dynamic_cast<PM_SpectralCorrectionComputation::Parameters*>(&parameters) != nullptr) {
-    correction_computation_->GetParameters(parameters);
+  if (dynamic_cast<const PM_SpectralCorrectionComputation::Parameters*>(&parameters) != nullptr) {
+    return correction_computation_.get();
+  }
+  return nullptr;
+}
+
+void PM_SensorResponseAnalysis::_GetParameters(ParameterizedObject::Parameters& parameters) const {
+  if (common::ProcessingModule* child = _ChildFor(parameters)) {
+    child->GetParameters(parameters);
     return;
   }
   auto& own = _CastParameters<Parameters>(parameters);
@@ -200,12 +207,8 @@ void PM_SensorResponseAnalysis::_CheckParameters(ParameterizedObject::Parameters
 
 void PM_SensorResponseAnalysis::_SetConfigurationParameters(
     ParameterizedObject::Parameters const& parameters) {
-  if (dynamic_cast<const PM_PeakDetection::Parameters*>(&parameters) != nullptr) {
-    peak_detection_->SetConfigurationParameters(parameters);
-    return;
-  }
-  if (dynamic_cast<const PM_SpectralCorrectionComputation::Parameters*>(&parameters) != nullptr) {
-    correction_computation_->SetConfigurationParameters(parameters);
+  if (common::ProcessingModule* child = _ChildFor(parameters)) {
+    child->SetConfigurationParameters(parameters);
     return;
   }
   const auto& own = _CastParameters<Parameters>(parameters);
@@ -227,12 +230,8 @@ void PM_SensorResponseAnalysis::_SetConfigurationParameters(
 
 void PM_SensorResponseAnalysis::_SetRuntimeParameters(
     ParameterizedObject::Parameters const& parameters) {
-  if (dynamic_cast<const PM_PeakDetection::Parameters*>(&parameters) != nullptr) {
-    peak_detection_->SetRuntimeParameters(parameters);
-    return;
-  }
-  if (dynamic_cast<const PM_SpectralCorrectionComputation::Parameters*>(&parameters) != nullptr) {
-    correction_computation_->SetRuntimeParameters(parameters);
+  if (common::ProcessingModule* child = _ChildFor(parameters)) {
+    child->SetRuntimeParameters(parameters);
     return;
   }
   const auto& own = _CastParameters<Parameters>(parameters);

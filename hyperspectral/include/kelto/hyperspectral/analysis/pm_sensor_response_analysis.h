@@ -176,6 +176,9 @@ class KELTO_HYPERSPECTRAL_EXPORT PM_SensorResponseAnalysis : public common::Proc
 
  private:
   void _SetupParameterContainer();
+  // The child whose parameter structure this is, or nullptr for the module's own.
+  common::ProcessingModule* _ChildFor(
+      const common::ParameterizedObject::Parameters& parameters) const;
   void _ComputePeaks(FilterInfo& filter, const std::deque<OpticalComponent>& components);
   void _ComputeCorrectionMatrix(CorrectionMatrix& matrix,
                                 const std::deque<OpticalComponent>& components,
