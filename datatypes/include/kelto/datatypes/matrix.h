@@ -1,6 +1,6 @@
 // A dense row-major matrix with one pointer per row, so that element (i, j) is rows[i][j] and a
 // row can be handed out as a RowVector view. The spectral correction builds its response and
-// correction matrices in it and solves the regularised normal equations with Inverse.
+// correction matrices in it; Inverse gives the explicit inverse its debug output shows.
 #pragma once
 
 #include <algorithm>
