@@ -187,6 +187,24 @@ foreach(name internal_components responses_with_internal_filters responses_prio_
   endif()
 endforeach()
 
+# Optics in front of the system that a matrix assumes: the sample's own bandpass once more.
+file(READ ${mosaic} text)
+string(FIND "${text}" "<optical_component version" open_at)
+string(FIND "${text}" "</optical_component>" close_at)
+math(EXPR length "${close_at} + 20 - ${open_at}")
+string(SUBSTRING "${text}" ${open_at} ${length} component)
+file(WRITE ${WORK_DIR}/bandpass.xml "${component}")
+run(${KELTO_HSI} 0 out ARGS matrix ${mosaic} --name behind_bandpass -o ${WORK_DIR}/optics.xml
+    --external-optics ${WORK_DIR}/bandpass.xml)
+file(READ ${WORK_DIR}/optics.xml with_optics)
+string(REGEX MATCHALL "<part_id>BP-460-630</part_id>" parts "${with_optics}")
+list(LENGTH parts count)
+if(NOT count EQUAL 2)
+  message(FATAL_ERROR "the matrix does not keep the optics it assumes (${count} bandpass records)")
+endif()
+run(${KELTO_HSI} 3 out ARGS matrix ${mosaic} --name m -o ${WORK_DIR}/m.xml
+    --external-optics ${mosaic} CONTAINS "not a \"optical_component\"")
+
 # Usage.
 run(${KELTO_HSI} 64 out ARGS matrix ${mosaic} -o ${WORK_DIR}/m.xml)
 run(${KELTO_HSI} 64 out ARGS matrix ${mosaic} --name m -o ${WORK_DIR}/m.xml --mask some)

@@ -476,6 +476,13 @@ TEST_F(SensorResponseAnalysisSample, ReflectanceMatrixOverAllBandsAndRepeatable)
   EXPECT_LE(first.created, second.created);
   second.created = first.created;
   EXPECT_TRUE(first == second);
+  // Watching the progress changes nothing of the result.
+  unsigned long calls = 0;
+  module_.SetProgressCallback([&](unsigned long, unsigned long) { ++calls; });
+  CorrectionMatrix watched = Compute();
+  EXPECT_EQ(calls, 16u);
+  watched.created = first.created;
+  EXPECT_TRUE(first == watched);
   const auto info = log_.Messages(Logger::eLevel::Info);
   ASSERT_FALSE(info.empty());
   EXPECT_THAT(info.back(),
