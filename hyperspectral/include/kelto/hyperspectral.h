@@ -21,6 +21,7 @@
 #include <kelto/hyperspectral/analysis/pm_peak_detection.h>
 #include <kelto/hyperspectral/analysis/pm_sensor_response_analysis.h>
 
+#include <kelto/hyperspectral/access/block_corrector.h>
 #include <kelto/hyperspectral/access/data_accessor.h>
 #include <kelto/hyperspectral/access/spectrum_operations.h>
 #include <kelto/hyperspectral/correction/correction_function.h>

@@ -1,5 +1,7 @@
 #include <kelto/hyperspectral/access/data_accessor.h>
 
+#include "sample_type.h"
+
 #include <Eigen/Dense>
 
 #include <boost/thread/lock_guard.hpp>
@@ -23,41 +25,6 @@ using datatypes::BandImageDataFormat;
 using datatypes::BandStorage_BIP;
 using datatypes::BandStorage_BSQ;
 using datatypes::Hypercube;
-
-// Calls read with a value of the C++ type that samples of the given code are read as; the one
-// place where the codes meet types. Codes 0 and above 14 are refused.
-template <typename Read>
-auto WithSampleType(std::uint32_t data_type, Read&& read) {
-  switch (data_type) {
-    case BandImageDataFormat::kChar:
-      return read(char{});
-    case BandImageDataFormat::kSignedChar:
-      return read(static_cast<signed char>(0));
-    case BandImageDataFormat::kUnsignedChar:
-      return read(static_cast<unsigned char>(0));
-    case BandImageDataFormat::kShort:
-    case BandImageDataFormat::kInt16:
-      return read(short{});
-    case BandImageDataFormat::kUnsignedShort:
-      return read(static_cast<unsigned short>(0));
-    case BandImageDataFormat::kInt:
-    case BandImageDataFormat::kInt32:
-      return read(int{});
-    case BandImageDataFormat::kUInt64:
-    case BandImageDataFormat::kUnsignedLong:
-      return read(0ul);
-    case BandImageDataFormat::kUnsignedInt:
-      return read(0u);
-    case BandImageDataFormat::kLong:
-      return read(0l);
-    case BandImageDataFormat::kFloat:
-      return read(0.0f);
-    case BandImageDataFormat::kDouble:
-      return read(0.0);
-    default:
-      throw std::logic_error("Unexpected output data type.");
-  }
-}
 
 // Divides every value but the fill value by scale, where the image stores scaled values.
 void Unscale(std::vector<double>& values, double scale, double fill_value) {
