@@ -87,8 +87,9 @@ std::vector<std::vector<double>> FitWindows(Analysis& analysis, unsigned long& s
   auto filter = analysis.calibration.filter_info;
   analysis.module.ComputePeaks(filter, analysis.calibration.system_info.optical_components);
   const std::vector<double>& grid = filter.calibration_info.sample_points_nm;
-  const double step = (grid.back() - grid.front()) /
-                      static_cast<double>((grid.size() - 1) * detection.filter_interpolation_factor);
+  const double step =
+      (grid.back() - grid.front()) /
+      static_cast<double>((grid.size() - 1) * detection.filter_interpolation_factor);
   std::vector<std::vector<double>> windows;
   for (unsigned long b = 0; b < filter.GetTotalNrBands(); ++b) {
     for (const auto& peak : filter.GetBand(b).peaks) {
@@ -102,9 +103,9 @@ std::vector<std::vector<double>> FitWindows(Analysis& analysis, unsigned long& s
       windows.push_back(window);
     }
   }
-  searches = detection.coarse_iterations * detection.coarse_iterations *
-                 detection.coarse_iterations +
-             detection.fine_iterations * detection.fine_iterations * detection.fine_iterations;
+  searches =
+      detection.coarse_iterations * detection.coarse_iterations * detection.coarse_iterations +
+      detection.fine_iterations * detection.fine_iterations * detection.fine_iterations;
   return windows;
 }
 

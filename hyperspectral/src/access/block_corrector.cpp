@@ -9,6 +9,7 @@
 #include <string>
 
 #include <kelto/datatypes/band_image_data_format.h>
+#include <kelto/datatypes/band_storage.h>
 
 #include "block_kernel.h"
 #include "sample_type.h"
@@ -22,24 +23,31 @@ using datatypes::BandImageDataFormat;
 // Pixels converted and multiplied at a time: enough to keep the product busy, few enough that a
 // chunk of samples stays in the first-level cache at any band count.
 std::size_t ChunkPixels(unsigned long bands) {
-  const std::size_t chunk = 16384 / std::max<unsigned long>(bands, 1) / kKernelColumns;
-  return std::clamp<std::size_t>(chunk, 1, 32) * kKernelColumns;
+  const std::size_t chunk = 16384 / std::max<unsigned long>(bands, 1) / 16;
+  return std::clamp<std::size_t>(chunk, 1, 32) * 16;
 }
 
 std::size_t RoundUp(std::size_t value, std::size_t multiple) {
   return (value + multiple - 1) / multiple * multiple;
 }
 
-// A chunk of one line of a block as floats: x[b * stride + p] for band b of the chunk's pixel p,
-// each sample times factor. holds_fill[p] is set where a sample equals fill. The loops run along
-// the smaller stride, so that band sequential and pixel interleaved blocks both read in order.
+// A chunk of one line of a block as floats, pixel after pixel: x[p * bands + b] for band b of the
+// chunk's pixel p, each sample times factor. holds_fill[p] is set where a sample equals fill. A
+// dense block by pixel is one run of samples; any other layout is read along its smaller stride.
 template <typename T>
 void Convert(const BlockCorrector::Samples& block, unsigned long line, unsigned long first,
-             std::size_t count, double factor, double fill, float* x, std::size_t stride,
-             unsigned char* holds_fill) {
+             std::size_t count, double factor, double fill, float* x, unsigned char* holds_fill) {
   const auto* base = static_cast<const unsigned char*>(block.data) +
                      static_cast<std::ptrdiff_t>(line) * block.line_stride +
                      static_cast<std::ptrdiff_t>(first) * block.pixel_stride;
+  const std::size_t bands = block.bands;
+  const auto size = static_cast<std::ptrdiff_t>(sizeof(T));
+  if (block.band_stride == size &&
+      block.pixel_stride == size * static_cast<std::ptrdiff_t>(bands)) {
+    ConvertDense(block.sample_type, base, count * bands, bands, static_cast<float>(factor), fill, x,
+                 holds_fill);
+    return;
+  }
   const auto convert = [&](std::size_t b, std::size_t p) {
     T sample;
     std::memcpy(&sample,
@@ -50,17 +58,17 @@ void Convert(const BlockCorrector::Samples& block, unsigned long line, unsigned 
     if (holds_fill != nullptr && value == fill) {
       holds_fill[p] = 1;
     }
-    x[b * stride + p] = static_cast<float>(value * factor);
+    x[p * bands + b] = static_cast<float>(value * factor);
   };
   if (std::llabs(block.pixel_stride) <= std::llabs(block.band_stride)) {
-    for (std::size_t b = 0; b < block.bands; ++b) {
+    for (std::size_t b = 0; b < bands; ++b) {
       for (std::size_t p = 0; p < count; ++p) {
         convert(b, p);
       }
     }
   } else {
     for (std::size_t p = 0; p < count; ++p) {
-      for (std::size_t b = 0; b < block.bands; ++b) {
+      for (std::size_t b = 0; b < bands; ++b) {
         convert(b, p);
       }
     }
@@ -68,10 +76,10 @@ void Convert(const BlockCorrector::Samples& block, unsigned long line, unsigned 
 }
 
 void ConvertAny(const BlockCorrector::Samples& block, unsigned long line, unsigned long first,
-                std::size_t count, double factor, double fill, float* x, std::size_t stride,
+                std::size_t count, double factor, double fill, float* x,
                 unsigned char* holds_fill) {
   WithSampleType(block.sample_type, [&](auto zero) {
-    Convert<decltype(zero)>(block, line, first, count, factor, fill, x, stride, holds_fill);
+    Convert<decltype(zero)>(block, line, first, count, factor, fill, x, holds_fill);
   });
 }
 
@@ -106,27 +114,35 @@ void CheckReference(const BlockCorrector::Reference& reference,
 
 // The reference's values for a chunk, in the layout of Convert.
 void ReferenceChunk(const BlockCorrector::Reference& reference, unsigned long line,
-                    unsigned long first, std::size_t count, std::size_t bands, float* values,
-                    std::size_t stride) {
+                    unsigned long first, std::size_t count, std::size_t bands, float* values) {
   if (reference.spectrum.empty()) {
-    ConvertAny(reference.block, line, first, count, 1.0, 0.0, values, stride, nullptr);
+    ConvertAny(reference.block, line, first, count, 1.0, 0.0, values, nullptr);
     return;
   }
-  for (std::size_t b = 0; b < bands; ++b) {
-    std::fill(values + b * stride, values + b * stride + count,
-              static_cast<float>(reference.spectrum[b]));
+  for (std::size_t p = 0; p < count; ++p) {
+    for (std::size_t b = 0; b < bands; ++b) {
+      values[p * bands + b] = static_cast<float>(reference.spectrum[b]);
+    }
   }
 }
 
+// y holds `width` values per pixel, of which the first virtual_bands are written; a pixel without
+// value gets NaN in all of them. A dense target by pixel takes each pixel's values in one copy.
 void Write(const BlockCorrector::Target& target, unsigned long line, unsigned long first,
-           std::size_t count, std::size_t virtual_bands, const float* y, std::size_t stride,
+           std::size_t count, std::size_t virtual_bands, const float* y, std::size_t width,
            const unsigned char* without_value) {
   auto* base = reinterpret_cast<unsigned char*>(target.data) +
                static_cast<std::ptrdiff_t>(line) * target.line_stride +
                static_cast<std::ptrdiff_t>(first) * target.pixel_stride;
   const float nan = std::numeric_limits<float>::quiet_NaN();
+  const auto size = static_cast<std::ptrdiff_t>(sizeof(float));
+  if (target.band_stride == size &&
+      target.pixel_stride == size * static_cast<std::ptrdiff_t>(virtual_bands)) {
+    WriteDense(y, count, width, virtual_bands, without_value, reinterpret_cast<float*>(base));
+    return;
+  }
   const auto store = [&](std::size_t v, std::size_t p) {
-    const float value = without_value[p] != 0 ? nan : y[v * stride + p];
+    const float value = without_value[p] != 0 ? nan : y[p * width + v];
     std::memcpy(base + static_cast<std::ptrdiff_t>(p) * target.pixel_stride +
                     static_cast<std::ptrdiff_t>(v) * target.band_stride,
                 &value, sizeof value);
@@ -194,7 +210,8 @@ BlockCorrector::BlockCorrector(const CorrectionMatrix& matrix) {
   }
   bands_ = rows.front().coefficients.size();
   virtual_bands_ = rows.size();
-  coefficients_.assign(RoundUp(virtual_bands_, kKernelRows) * bands_, 0.0f);
+  const std::size_t width = RoundUp(virtual_bands_, kKernelWidth);
+  coefficients_.assign(width * bands_, 0.0f);
   for (std::size_t v = 0; v < rows.size(); ++v) {
     if (rows[v].coefficients.size() != bands_) {
       throw std::invalid_argument("virtual band " + std::to_string(v) + " of the matrix \"" +
@@ -208,7 +225,7 @@ BlockCorrector::BlockCorrector(const CorrectionMatrix& matrix) {
         throw std::invalid_argument("virtual band " + std::to_string(v) + " of the matrix \"" +
                                     matrix.name + "\" has a coefficient that is not finite");
       }
-      coefficients_[v * bands_ + b] = static_cast<float>(value);
+      coefficients_[b * width + v] = static_cast<float>(value);
     }
   }
 }
@@ -255,9 +272,9 @@ void BlockCorrector::_Run(const Samples& input, double scale, double fill, const
   }
 
   const std::size_t chunk = ChunkPixels(bands_);
-  const std::size_t rows = RoundUp(virtual_bands_, kKernelRows);
-  std::vector<float> x(bands_ * chunk, 0.0f);
-  std::vector<float> y(rows * chunk, 0.0f);
+  const std::size_t width = RoundUp(virtual_bands_, kKernelWidth);
+  std::vector<float> x(chunk * bands_, 0.0f);
+  std::vector<float> y(chunk * width, 0.0f);
   std::vector<float> dark_values;
   std::vector<float> white_values;
   if (dark != nullptr) {
@@ -270,24 +287,23 @@ void BlockCorrector::_Run(const Samples& input, double scale, double fill, const
     for (unsigned long first = 0; first < input.pixels; first += chunk) {
       const std::size_t count = std::min<std::size_t>(chunk, input.pixels - first);
       std::fill(without_value.begin(), without_value.end(), 0);
-      ConvertAny(input, line, first, count, factor, fill, x.data(), chunk,
+      ConvertAny(input, line, first, count, factor, fill, x.data(),
                  std::isnan(fill) ? nullptr : without_value.data());
       if (dark != nullptr) {
-        ReferenceChunk(*dark, line, first, count, bands_, dark_values.data(), chunk);
-        ReferenceChunk(*white, line, first, count, bands_, white_values.data(), chunk);
-        for (std::size_t b = 0; b < bands_; ++b) {
-          for (std::size_t p = 0; p < count; ++p) {
-            const std::size_t i = b * chunk + p;
-            const float range = white_values[i] - dark_values[i];
-            if (!(range > 0.0f)) {
-              without_value[p] = 1;
-            }
-            x[i] = (x[i] - dark_values[i]) / range;
+        ReferenceChunk(*dark, line, first, count, bands_, dark_values.data());
+        ReferenceChunk(*white, line, first, count, bands_, white_values.data());
+        for (std::size_t i = 0; i < count * bands_; ++i) {
+          const float range = white_values[i] - dark_values[i];
+          if (!(range > 0.0f)) {
+            without_value[i / bands_] = 1;
           }
+          x[i] = (x[i] - dark_values[i]) / range;
         }
       }
-      MultiplyBlock(coefficients_.data(), rows, bands_, x.data(), chunk, y.data());
-      Write(output, line, first, count, virtual_bands_, y.data(), chunk, without_value.data());
+      // The pixels of the product come in groups; a short chunk rounds up into the padding.
+      MultiplyPixels(x.data(), RoundUp(count, kKernelPixels), bands_, coefficients_.data(), width,
+                     y.data());
+      Write(output, line, first, count, virtual_bands_, y.data(), width, without_value.data());
     }
   }
 }

@@ -95,7 +95,8 @@ class KELTO_HYPERSPECTRAL_EXPORT BlockCorrector {
 
   unsigned long bands_ = 0;
   unsigned long virtual_bands_ = 0;
-  // virtual_bands_ rounded up to the kernel's row block, by bands_, row-major, zero padded.
+  // The matrix transposed: bands_ rows of the virtual bands' coefficients, each row padded with
+  // zeros to the product's width.
   std::vector<float> coefficients_;
 };
 
