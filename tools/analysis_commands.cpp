@@ -15,6 +15,7 @@
 
 #include <kelto/hyperspectral.h>
 
+#include "command_support.h"
 #include "exit_codes.h"
 #include "pending_file.h"
 
@@ -29,44 +30,6 @@ using hyperspectral::PM_SensorResponseAnalysis;
 using hyperspectral::SensorCalibration;
 using ParsingResult = XMLSerializableInterface::ParsingResult;
 using Event = ParsingResult::Event;
-
-// Ends a command with its exit code and a message for standard error.
-struct CommandError {
-  ExitCode code;
-  std::string message;
-};
-
-std::string ProblemEvents(const ParsingResult& result) {
-  std::ostringstream text;
-  for (const Event& event : result.events()) {
-    if (event.state != ParsingResult::Ok) {
-      text << "\n  " << event.ToString();
-    }
-  }
-  return text.str();
-}
-
-// Reads a record file of the given root element: exit 3 when it can't be read or holds another
-// record, 2 when it reads with errors.
-void ReadRecord(XMLSerializableInterface& record, const std::string& path, const std::string& root,
-                const std::string& what) {
-  ParsingResult result;
-  record.ReadFile(result, path);
-  const auto start =
-      std::find_if(result.events().begin(), result.events().end(),
-                   [](const Event& event) { return event.source == Event::ReadStart; });
-  if (start == result.events().end()) {
-    throw CommandError{kUnreadable,
-                       "cannot read " + what + " " + path + ":" + ProblemEvents(result)};
-  }
-  if (start->detail != root) {
-    throw CommandError{kUnreadable,
-                       path + " holds a \"" + start->detail + "\", not a \"" + root + "\""};
-  }
-  if (result.state() == ParsingResult::Error) {
-    throw CommandError{kErrors, what + " " + path + " is in error:" + ProblemEvents(result)};
-  }
-}
 
 // What the analysis needs of a calibration, beyond what its records check: a grid of at least
 // five rising points and, in every band, one finite value per grid point.
@@ -197,21 +160,6 @@ double SecondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// Runs a command body, turning its failures into messages and exit codes.
-template <typename Body>
-int Run(Body body) {
-  try {
-    return body();
-  } catch (const CommandError& error) {
-    std::cerr << "kelto-hsi: " << error.message << '\n';
-    return error.code;
-  } catch (const std::invalid_argument& error) {
-    // Curves the computation can't work on (a component's transmission curve, say).
-    std::cerr << "kelto-hsi: the calibration can't be analysed: " << error.what() << '\n';
-    return kErrors;
-  }
-}
-
 bool SortedByPatternPosition(const FilterZone& zone) {
   return std::is_sorted(zone.bands.begin(), zone.bands.end(),
                         &FilterZone::_ComparePaternPositionIndex);
@@ -220,132 +168,139 @@ bool SortedByPatternPosition(const FilterZone& zone) {
 }  // namespace
 
 int RunPeaks(const AnalysisRequest& request) {
-  return Run([&] {
-    const auto start = std::chrono::steady_clock::now();
-    Setup setup = Prepare(request);
-    SensorCalibration& calibration = setup.calibration;
-    const auto& matrices = calibration.system_info.spectral_correction_info.correction_matrices;
-    const bool sorted =
-        std::all_of(calibration.filter_info.filter_zones.begin(),
-                    calibration.filter_info.filter_zones.end(), SortedByPatternPosition);
-    if (!sorted && !matrices.empty() && !request.force) {
-      throw CommandError{kErrors,
-                         "the bands must be sorted by pattern position, which reorders the bands "
-                         "that the calibration's " +
-                             std::to_string(matrices.size()) +
-                             " correction matrices weigh; pass --force to sort them anyway"};
-    }
-    // The module numbers the bands in the order it is given; the peaks come back sorted.
-    PM_SensorResponseAnalysis::InitializationData data;
-    data.filter_info = calibration.filter_info;
-    for (FilterZone& zone : data.filter_info.filter_zones) {
-      FilterZone::SortOnPatternPositionIndex(zone.bands);
-    }
-    setup.analysis->Initialize(data);
-    setup.analysis->ComputePeaks(calibration.filter_info,
-                                 calibration.system_info.optical_components);
-    calibration.modified = common::time::CurrentUniversalTime();
-    Write(calibration, request.output);
+  return RunCommand(
+      [&] {
+        const auto start = std::chrono::steady_clock::now();
+        Setup setup = Prepare(request);
+        SensorCalibration& calibration = setup.calibration;
+        const auto& matrices = calibration.system_info.spectral_correction_info.correction_matrices;
+        const bool sorted =
+            std::all_of(calibration.filter_info.filter_zones.begin(),
+                        calibration.filter_info.filter_zones.end(), SortedByPatternPosition);
+        if (!sorted && !matrices.empty() && !request.force) {
+          throw CommandError{
+              kErrors,
+              "the bands must be sorted by pattern position, which reorders the bands "
+              "that the calibration's " +
+                  std::to_string(matrices.size()) +
+                  " correction matrices weigh; pass --force to sort them anyway"};
+        }
+        // The module numbers the bands in the order it is given; the peaks come back sorted.
+        PM_SensorResponseAnalysis::InitializationData data;
+        data.filter_info = calibration.filter_info;
+        for (FilterZone& zone : data.filter_info.filter_zones) {
+          FilterZone::SortOnPatternPositionIndex(zone.bands);
+        }
+        setup.analysis->Initialize(data);
+        setup.analysis->ComputePeaks(calibration.filter_info,
+                                     calibration.system_info.optical_components);
+        calibration.modified = common::time::CurrentUniversalTime();
+        Write(calibration, request.output);
 
-    unsigned long bands = 0;
-    unsigned long with_peaks = 0;
-    unsigned long peaks = 0;
-    for (const FilterZone& zone : calibration.filter_info.filter_zones) {
-      for (const FilterZone::BandInfo& band : zone.bands) {
-        ++bands;
-        with_peaks += band.peaks.empty() ? 0 : 1;
-        peaks += band.peaks.size();
-      }
-    }
-    const double seconds = SecondsSince(start);
-    std::cerr << "peaks: " << bands << " bands, " << with_peaks << " with peaks, " << peaks
-              << " peaks, parameters " << setup.parameters_source << ", " << std::fixed
-              << std::setprecision(2) << seconds << " s\n";
-    if (request.json) {
-      std::cout << nlohmann::json{{"calibration", request.calibration},
-                                  {"output", request.output},
-                                  {"parameters", setup.parameters_source},
-                                  {"bands", bands},
-                                  {"bands_with_peaks", with_peaks},
-                                  {"peaks", peaks},
-                                  {"seconds", seconds}}
-                       .dump(2)
-                << '\n';
-    }
-    return static_cast<int>(kOk);
-  });
+        unsigned long bands = 0;
+        unsigned long with_peaks = 0;
+        unsigned long peaks = 0;
+        for (const FilterZone& zone : calibration.filter_info.filter_zones) {
+          for (const FilterZone::BandInfo& band : zone.bands) {
+            ++bands;
+            with_peaks += band.peaks.empty() ? 0 : 1;
+            peaks += band.peaks.size();
+          }
+        }
+        const double seconds = SecondsSince(start);
+        std::cerr << "peaks: " << bands << " bands, " << with_peaks << " with peaks, " << peaks
+                  << " peaks, parameters " << setup.parameters_source << ", " << std::fixed
+                  << std::setprecision(2) << seconds << " s\n";
+        if (request.json) {
+          std::cout << nlohmann::json{{"calibration", request.calibration},
+                                      {"output", request.output},
+                                      {"parameters", setup.parameters_source},
+                                      {"bands", bands},
+                                      {"bands_with_peaks", with_peaks},
+                                      {"peaks", peaks},
+                                      {"seconds", seconds}}
+                           .dump(2)
+                    << '\n';
+        }
+        return static_cast<int>(kOk);
+      },
+      "the calibration can't be analysed");
 }
 
 int RunMatrix(const AnalysisRequest& request) {
-  return Run([&] {
-    const auto start = std::chrono::steady_clock::now();
-    Setup setup = Prepare(request);
-    SensorCalibration& calibration = setup.calibration;
-    hyperspectral::CorrectionMatrix matrix;
-    matrix.name = request.name;
-    for (const std::string& file : request.external_optics) {
-      hyperspectral::OpticalComponent component;
-      ReadRecord(component, file, "optical_component", "optical component");
-      matrix.optical_components.push_back(component);
-    }
-    PM_SensorResponseAnalysis::InitializationData data;
-    data.filter_info = calibration.filter_info;
-    setup.analysis->Initialize(data);
-    const unsigned long bands = calibration.filter_info.GetTotalNrBands();
-    if (request.all_bands) {
-      setup.analysis->ComputeCorrectionMatrix(matrix, calibration.system_info.optical_components,
-                                              std::vector<bool>(bands, true));
-    } else {
-      setup.analysis->ComputeCorrectionMatrix(matrix, calibration.system_info.optical_components);
-    }
-    if (matrix.virtual_bands.empty()) {
-      throw CommandError{kErrors, "no band qualifies as a virtual filter with the parameters " +
-                                      setup.parameters_source +
-                                      " (too little energy, contribution or fit "
-                                      "quality, or masked off); nothing written"};
-    }
-    unsigned long used = 0;
-    for (unsigned long b = 0; b < bands; ++b) {
-      used += std::any_of(matrix.virtual_bands.begin(), matrix.virtual_bands.end(),
-                          [b](const auto& band) { return band.coefficients[b] != 0.0; })
-                  ? 1
-                  : 0;
-    }
-    auto& matrices = calibration.system_info.spectral_correction_info.correction_matrices;
-    const auto same = std::find_if(matrices.begin(), matrices.end(),
-                                   [&](const auto& stored) { return stored.name == matrix.name; });
-    if (same != matrices.end()) {
-      *same = matrix;
-    } else {
-      matrices.push_back(matrix);
-    }
-    calibration.modified = common::time::CurrentUniversalTime();
-    Write(calibration, request.output);
+  return RunCommand(
+      [&] {
+        const auto start = std::chrono::steady_clock::now();
+        Setup setup = Prepare(request);
+        SensorCalibration& calibration = setup.calibration;
+        hyperspectral::CorrectionMatrix matrix;
+        matrix.name = request.name;
+        for (const std::string& file : request.external_optics) {
+          hyperspectral::OpticalComponent component;
+          ReadRecord(component, file, "optical_component", "optical component");
+          matrix.optical_components.push_back(component);
+        }
+        PM_SensorResponseAnalysis::InitializationData data;
+        data.filter_info = calibration.filter_info;
+        setup.analysis->Initialize(data);
+        const unsigned long bands = calibration.filter_info.GetTotalNrBands();
+        if (request.all_bands) {
+          setup.analysis->ComputeCorrectionMatrix(
+              matrix, calibration.system_info.optical_components, std::vector<bool>(bands, true));
+        } else {
+          setup.analysis->ComputeCorrectionMatrix(matrix,
+                                                  calibration.system_info.optical_components);
+        }
+        if (matrix.virtual_bands.empty()) {
+          throw CommandError{kErrors, "no band qualifies as a virtual filter with the parameters " +
+                                          setup.parameters_source +
+                                          " (too little energy, contribution or fit "
+                                          "quality, or masked off); nothing written"};
+        }
+        unsigned long used = 0;
+        for (unsigned long b = 0; b < bands; ++b) {
+          used += std::any_of(matrix.virtual_bands.begin(), matrix.virtual_bands.end(),
+                              [b](const auto& band) { return band.coefficients[b] != 0.0; })
+                      ? 1
+                      : 0;
+        }
+        auto& matrices = calibration.system_info.spectral_correction_info.correction_matrices;
+        const auto same = std::find_if(matrices.begin(), matrices.end(), [&](const auto& stored) {
+          return stored.name == matrix.name;
+        });
+        if (same != matrices.end()) {
+          *same = matrix;
+        } else {
+          matrices.push_back(matrix);
+        }
+        calibration.modified = common::time::CurrentUniversalTime();
+        Write(calibration, request.output);
 
-    const double seconds = SecondsSince(start);
-    std::cerr << "matrix \"" << matrix.name << "\": " << bands << " bands, " << used
-              << " selected, " << matrix.virtual_bands.size() << " virtual bands, parameters "
-              << setup.parameters_source << ", " << std::fixed << std::setprecision(2) << seconds
-              << " s\n";
-    if (request.json) {
-      nlohmann::json wavelengths = nlohmann::json::array();
-      for (const auto& band : matrix.virtual_bands) {
-        wavelengths.push_back(band.wavelength_nm);
-      }
-      std::cout << nlohmann::json{{"calibration", request.calibration},
-                                  {"output", request.output},
-                                  {"name", matrix.name},
-                                  {"parameters", setup.parameters_source},
-                                  {"bands", bands},
-                                  {"selected_bands", used},
-                                  {"virtual_bands", matrix.virtual_bands.size()},
-                                  {"virtual_band_wavelengths_nm", wavelengths},
-                                  {"seconds", seconds}}
-                       .dump(2)
-                << '\n';
-    }
-    return static_cast<int>(kOk);
-  });
+        const double seconds = SecondsSince(start);
+        std::cerr << "matrix \"" << matrix.name << "\": " << bands << " bands, " << used
+                  << " selected, " << matrix.virtual_bands.size() << " virtual bands, parameters "
+                  << setup.parameters_source << ", " << std::fixed << std::setprecision(2)
+                  << seconds << " s\n";
+        if (request.json) {
+          nlohmann::json wavelengths = nlohmann::json::array();
+          for (const auto& band : matrix.virtual_bands) {
+            wavelengths.push_back(band.wavelength_nm);
+          }
+          std::cout << nlohmann::json{{"calibration", request.calibration},
+                                      {"output", request.output},
+                                      {"name", matrix.name},
+                                      {"parameters", setup.parameters_source},
+                                      {"bands", bands},
+                                      {"selected_bands", used},
+                                      {"virtual_bands", matrix.virtual_bands.size()},
+                                      {"virtual_band_wavelengths_nm", wavelengths},
+                                      {"seconds", seconds}}
+                           .dump(2)
+                    << '\n';
+        }
+        return static_cast<int>(kOk);
+      },
+      "the calibration can't be analysed");
 }
 
 }  // namespace kelto::tools

@@ -229,41 +229,46 @@ std::string DataFileOf(const std::string& path) {
 
 }  // namespace
 
-std::unique_ptr<datatypes::Hypercube> LoadHypercube(const std::string& named_path) {
+struct CubeReader::Dataset {
   QuietGdal quiet;
+  std::unique_ptr<GDALDataset, DatasetCloser> dataset;
+  GDALDataType type = GDT_Unknown;
+};
+
+CubeReader::CubeReader(const std::string& named_path) : dataset_(std::make_unique<Dataset>()) {
   std::error_code error;
   if (!std::filesystem::is_regular_file(named_path, error)) {
     throw CubeError(CubeError::kCannotOpen, named_path + ": no such file");
   }
-  const std::string path = DataFileOf(named_path);
-  std::unique_ptr<GDALDataset, DatasetCloser> dataset;
+  path_ = DataFileOf(named_path);
   {
     RawSizeCheckOff size_check_off;
-    dataset.reset(GDALDataset::FromHandle(
-        GDALOpenEx(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY, nullptr, nullptr, nullptr)));
+    dataset_->dataset.reset(GDALDataset::FromHandle(
+        GDALOpenEx(path_.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY, nullptr, nullptr, nullptr)));
   }
-  if (!dataset) {
+  GDALDataset* dataset = dataset_->dataset.get();
+  if (dataset == nullptr) {
     throw CubeError(CubeError::kCannotOpen,
-                    path + ": not an image cube GDAL can read (" + QuietGdal::LastMessage() + ")");
+                    path_ + ": not an image cube GDAL can read (" + QuietGdal::LastMessage() + ")");
   }
   const int band_count = dataset->GetRasterCount();
   if (band_count < 1) {
-    throw CubeError(CubeError::kUnsupported, path + ": the file holds no bands");
+    throw CubeError(CubeError::kUnsupported, path_ + ": the file holds no bands");
   }
   const std::uint32_t sample_type = SampleType(*dataset->GetRasterBand(1));
-  const GDALDataType gdal_type = dataset->GetRasterBand(1)->GetRasterDataType();
+  dataset_->type = dataset->GetRasterBand(1)->GetRasterDataType();
   if (sample_type == BandImageDataFormat::kNoSampleType) {
-    throw CubeError(CubeError::kUnsupported, path + ": unknown data type " +
-                                                 GDALGetDataTypeName(gdal_type) +
+    throw CubeError(CubeError::kUnsupported, path_ + ": unknown data type " +
+                                                 GDALGetDataTypeName(dataset_->type) +
                                                  " (complex samples can't form a spectrum)");
   }
   for (int b = 2; b <= band_count; ++b) {
-    if (dataset->GetRasterBand(b)->GetRasterDataType() != gdal_type) {
-      throw CubeError(CubeError::kUnsupported, path + ": bands of different data types");
+    if (dataset->GetRasterBand(b)->GetRasterDataType() != dataset_->type) {
+      throw CubeError(CubeError::kUnsupported, path_ + ": bands of different data types");
     }
   }
 
-  BandImageDataFormat format;
+  BandImageDataFormat& format = format_;
   format.data_type = sample_type;
   format.element_size = BandImageDataFormat::SampleSize(sample_type);
   format.width = static_cast<unsigned long>(dataset->GetRasterXSize());
@@ -294,17 +299,65 @@ std::unique_ptr<datatypes::Hypercube> LoadHypercube(const std::string& named_pat
     band.name = dataset->GetRasterBand(b + 1)->GetDescription();
     band.wavelength_nm = index < wavelengths.size() ? wavelengths[index] * factor : 0.0;
     band.fwhm_nm = index < widths.size() ? widths[index] * factor : 0.0;
+    // Formats without an ENVI header (GeoTIFF) carry them as band metadata, in nanometres.
+    GDALRasterBand& raster = *dataset->GetRasterBand(b + 1);
+    for (const auto& [item, value] :
+         {std::pair<const char*, double*>{"wavelength", &band.wavelength_nm},
+          std::pair<const char*, double*>{"fwhm", &band.fwhm_nm}}) {
+      const char* text = raster.GetMetadataItem(item);
+      if (*value == 0.0 && text != nullptr) {
+        common::Strings::ParseDouble(text, *value);
+      }
+    }
     format.AddBand(band);
   }
+  CheckRawSize(*dataset, path_, SampleBytes(format));
+}
 
-  const std::optional<unsigned long long> sample_bytes = SampleBytes(format);
-  CheckRawSize(*dataset, path, sample_bytes);
+CubeReader::~CubeReader() = default;
 
+void CubeReader::ReadLines(unsigned long first, unsigned long count, void* buffer,
+                           long long pixel_space, long long line_space,
+                           long long band_space) const {
+  _Read(first, count, buffer, dataset_->type, pixel_space, line_space, band_space);
+}
+
+void CubeReader::ReadLinesAsDouble(unsigned long first, unsigned long count, double* buffer) const {
+  const auto pixel = static_cast<long long>(sizeof(double) * format_.GetNrOfBands());
+  _Read(first, count, buffer, GDT_Float64, pixel, pixel * static_cast<long long>(format_.width),
+        static_cast<long long>(sizeof(double)));
+}
+
+void CubeReader::_Read(unsigned long first, unsigned long count, void* buffer, int type,
+                       long long pixel_space, long long line_space, long long band_space) const {
+  GDALDataset& dataset = *dataset_->dataset;
+  if (dataset.RasterIO(GF_Read, 0, static_cast<int>(first), dataset.GetRasterXSize(),
+                       static_cast<int>(count), buffer, dataset.GetRasterXSize(),
+                       static_cast<int>(count), static_cast<GDALDataType>(type),
+                       dataset.GetRasterCount(), nullptr, pixel_space, line_space, band_space,
+                       nullptr) != CE_None) {
+    throw CubeError(CubeError::kSizeMismatch,
+                    path_ + ": the samples can't be read (" + QuietGdal::LastMessage() + ")");
+  }
+}
+
+bool CubeReader::GetGeoTransform(double transform[6]) const {
+  return dataset_->dataset->GetGeoTransform(transform) == CE_None;
+}
+
+std::string CubeReader::GetProjection() const {
+  const char* projection = dataset_->dataset->GetProjectionRef();
+  return projection == nullptr ? "" : projection;
+}
+
+std::unique_ptr<datatypes::Hypercube> LoadHypercube(const std::string& named_path) {
+  const CubeReader reader(named_path);
+  const BandImageDataFormat& format = reader.Format();
   const auto too_large = [&] {
-    return CubeError(CubeError::kUnsupported, path + ": " + std::to_string(format.width) + " x " +
-                                                  std::to_string(format.height) + " pixels of " +
-                                                  std::to_string(band_count) +
-                                                  " bands do not fit in memory");
+    return CubeError(CubeError::kUnsupported,
+                     named_path + ": " + std::to_string(format.width) + " x " +
+                         std::to_string(format.height) + " pixels of " +
+                         std::to_string(format.GetNrOfBands()) + " bands do not fit in memory");
   };
   std::unique_ptr<datatypes::Hypercube> cube;
   try {
@@ -315,20 +368,14 @@ std::unique_ptr<datatypes::Hypercube> LoadHypercube(const std::string& named_pat
     throw too_large();
   }
   cube->GetHypercubeInfo().is_normalised = true;
-  const auto size = static_cast<GSpacing>(format.element_size);
-  const auto width = static_cast<GSpacing>(format.width);
-  const auto height = static_cast<GSpacing>(format.height);
+  const auto size = static_cast<long long>(format.element_size);
+  const auto width = static_cast<long long>(format.width);
+  const auto height = static_cast<long long>(format.height);
+  const auto bands = static_cast<long long>(format.GetNrOfBands());
   const bool by_pixel = format.interleave != BandImageDataFormat::kBandSequential;
-  const GSpacing pixel_space = by_pixel ? size * band_count : size;
-  const GSpacing line_space = pixel_space * width;
-  const GSpacing band_space = by_pixel ? size : size * width * height;
-  if (dataset->RasterIO(GF_Read, 0, 0, dataset->GetRasterXSize(), dataset->GetRasterYSize(),
-                        cube->GetSamples(), dataset->GetRasterXSize(), dataset->GetRasterYSize(),
-                        gdal_type, band_count, nullptr, pixel_space, line_space, band_space,
-                        nullptr) != CE_None) {
-    throw CubeError(CubeError::kSizeMismatch,
-                    path + ": the samples can't be read (" + QuietGdal::LastMessage() + ")");
-  }
+  const long long pixel_space = by_pixel ? size * bands : size;
+  reader.ReadLines(0, format.height, cube->GetSamples(), pixel_space, pixel_space * width,
+                   by_pixel ? size : size * width * height);
   return cube;
 }
 

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include <kelto/datatypes/band_image_data_format.h>
 #include <kelto/datatypes/hypercube.h>
 
 namespace kelto::tools {
@@ -22,6 +23,39 @@ class CubeError : public std::runtime_error {
   };
   CubeError(Code code_, const std::string& message) : std::runtime_error(message), code(code_) {}
   Code code;
+};
+
+// An open cube whose samples are read a stretch of lines at a time, so that a cube larger than
+// memory can be worked through; the format describes it as LoadHypercube would hold it (without
+// the samples). Not thread-safe: callers that read from several threads share one lock.
+class CubeReader {
+ public:
+  // Opens and checks the cube; throws CubeError as LoadHypercube does.
+  explicit CubeReader(const std::string& path);
+  ~CubeReader();
+  CubeReader(CubeReader const&) = delete;
+  CubeReader& operator=(CubeReader const&) = delete;
+
+  const datatypes::BandImageDataFormat& Format() const { return format_; }
+  // Lines [first, first + count) of every band into buffer, sample (x, line, band) at byte
+  // x * pixel_space + (line - first) * line_space + band * band_space, in the format's sample
+  // type. Throws CubeError (kSizeMismatch) when the file can't give them.
+  void ReadLines(unsigned long first, unsigned long count, void* buffer, long long pixel_space,
+                 long long line_space, long long band_space) const;
+  // The same, converted to double and stored by pixel (band fastest).
+  void ReadLinesAsDouble(unsigned long first, unsigned long count, double* buffer) const;
+  // The cube's georeferencing, when it has any: the affine transform and the projection (WKT).
+  bool GetGeoTransform(double transform[6]) const;
+  std::string GetProjection() const;
+
+ private:
+  void _Read(unsigned long first, unsigned long count, void* buffer, int type,
+             long long pixel_space, long long line_space, long long band_space) const;
+
+  struct Dataset;
+  std::unique_ptr<Dataset> dataset_;
+  std::string path_;
+  datatypes::BandImageDataFormat format_;
 };
 
 // Reads the whole cube. Samples keep their type; the storage is pixel interleaved when the file

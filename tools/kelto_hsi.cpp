@@ -15,6 +15,7 @@
 #include <kelto/hyperspectral.h>
 
 #include "analysis_commands.h"
+#include "cube_commands.h"
 #include "exit_codes.h"
 #include "hypercube_loader.h"
 #include "record_kinds.h"
@@ -307,6 +308,31 @@ int main(int argc, char** argv) {
                      "optical_component files in front of the system that the matrix assumes");
   matrix->add_option("--debug-dir", analysis.debug_dir,
                      "write every intermediate result of the computation as CSV files here");
+  CorrectRequest correct;
+  CLI::App* correct_command = app.add_subcommand(
+      "correct",
+      "Correct every pixel of the cube IN with a correction matrix of CALIBRATION and write the "
+      "virtual bands as a float32 cube OUT (with their wavelengths and FWHM, NaN where a pixel "
+      "has no data, and IN's georeferencing). With --dark and --white the bands become "
+      "reflectance first, (IN - dark) / (white - dark); each reference is a cube of IN's size, "
+      "used pixel by pixel, or any cube of IN's bands, whose mean spectrum is used. Cube bands go "
+      "with calibration bands by index. The cube is streamed a block of lines at a time.");
+  correct_command->add_option("CALIBRATION", correct.calibration, "the sensor_calibration file")
+      ->required();
+  correct_command->add_option("IN", correct.input, "the cube (ENVI, GeoTIFF, any GDAL format)")
+      ->required();
+  correct_command->add_option("-o,--output", correct.output, "the corrected cube written")
+      ->required();
+  correct_command->add_option("--matrix", correct.matrix,
+                              "name of the correction matrix (default: the calibration's first)");
+  correct_command->add_option("--dark", correct.dark, "dark reference cube");
+  correct_command->add_option("--white", correct.white, "white reference cube");
+  correct_command->add_option("--threads", correct.threads, "threads (default: every core)");
+  correct_command->add_option("--block-lines", correct.block_lines,
+                              "lines per block (default: a block of about 8 MiB)");
+  correct_command->add_option("--format", correct.format, "output format")
+      ->check(CLI::IsMember({"ENVI", "GTiff"}));
+  correct_command->add_flag("--json", correct.json, "print the summary as JSON on standard output");
   app.footer(kExitCodes);
   for (CLI::App* command : app.get_subcommands([](CLI::App*) { return true; })) {
     command->footer(kExitCodes);
@@ -321,6 +347,9 @@ int main(int argc, char** argv) {
   try {
     if (peaks->parsed()) {
       return RunPeaks(analysis);
+    }
+    if (correct_command->parsed()) {
+      return RunCorrect(correct);
     }
     if (matrix->parsed()) {
       analysis.all_bands = mask == "all";

@@ -1,0 +1,401 @@
+#include "cube_commands.h"
+
+#include <unistd.h>
+
+#include <cpl_conv.h>
+#include <cpl_error.h>
+#include <cpl_string.h>
+#include <gdal_priv.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <iomanip>
+#include <limits>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include <kelto/hyperspectral.h>
+
+#include "command_support.h"
+
+namespace kelto::tools {
+
+namespace {
+
+using datatypes::BandImageDataFormat;
+using hyperspectral::BlockCorrector;
+using hyperspectral::CorrectionMatrix;
+
+// GDAL keeps at most this much of the files in its own cache, so that the memory of a run is the
+// blocks in flight and this, whatever the cube's size.
+constexpr long long kGdalCacheBytes = 16ll << 20;
+constexpr unsigned long kBlockBytes = 8ul << 20;
+
+// The files of an output, made in a directory of their own beside the target and moved to the
+// target's directory only when complete; anything left is removed with the directory.
+class StagedOutput {
+ public:
+  explicit StagedOutput(const std::string& target) : target_(target) {
+    const std::filesystem::path parent =
+        target_.has_parent_path() ? target_.parent_path() : std::filesystem::path(".");
+    staging_ = parent / ("." + target_.filename().string() + ".part" + std::to_string(::getpid()));
+    std::error_code ignored;
+    std::filesystem::remove_all(staging_, ignored);
+    if (!std::filesystem::create_directory(staging_, ignored)) {
+      throw CommandError{kNotWritten,
+                         "cannot write " + target + ": its directory can't be written"};
+    }
+  }
+  ~StagedOutput() {
+    std::error_code ignored;
+    std::filesystem::remove_all(staging_, ignored);
+  }
+  StagedOutput(StagedOutput const&) = delete;
+  StagedOutput& operator=(StagedOutput const&) = delete;
+
+  // Where the driver writes the main file.
+  std::string Path() const { return (staging_ / target_.filename()).string(); }
+
+  // Moves every file made to the target's directory, the main file last.
+  void Commit() {
+    const std::filesystem::path main = staging_ / target_.filename();
+    const std::filesystem::path directory =
+        target_.has_parent_path() ? target_.parent_path() : std::filesystem::path(".");
+    for (const auto& entry : std::filesystem::directory_iterator(staging_)) {
+      if (entry.path() != main) {
+        std::filesystem::rename(entry.path(), directory / entry.path().filename());
+      }
+    }
+    std::filesystem::rename(main, target_);
+  }
+
+ private:
+  std::filesystem::path target_;
+  std::filesystem::path staging_;
+};
+
+struct DatasetCloser {
+  void operator()(GDALDataset* dataset) const { GDALClose(GDALDataset::ToHandle(dataset)); }
+};
+using Dataset = std::unique_ptr<GDALDataset, DatasetCloser>;
+
+std::string EnviList(const std::vector<double>& values) {
+  std::ostringstream text;
+  text.imbue(std::locale::classic());
+  text << std::setprecision(9) << '{';
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    text << (i == 0 ? "" : ", ") << values[i];
+  }
+  text << '}';
+  return text.str();
+}
+
+const CorrectionMatrix& FindMatrix(const hyperspectral::SensorCalibration& calibration,
+                                   const std::string& name, const std::string& path) {
+  const auto& matrices = calibration.system_info.spectral_correction_info.correction_matrices;
+  for (const CorrectionMatrix& matrix : matrices) {
+    if (name.empty() || matrix.name == name) {
+      return matrix;
+    }
+  }
+  throw CommandError{kBadMatrix,
+                     path + (name.empty() ? std::string(": holds no correction matrix")
+                                          : ": has no correction matrix \"" + name + "\"")};
+}
+
+// A reference cube: of the input's size it is used pixel by pixel, read block by block beside
+// the input; of any other size by its mean spectrum over the samples with data.
+struct ReferenceCube {
+  std::unique_ptr<CubeReader> reader;
+  BlockCorrector::Reference reference;
+  std::vector<unsigned char> block;
+};
+
+ReferenceCube OpenReference(const std::string& path, const BandImageDataFormat& input) {
+  ReferenceCube cube;
+  cube.reader = std::make_unique<CubeReader>(path);
+  const BandImageDataFormat& format = cube.reader->Format();
+  const unsigned long bands = format.GetNrOfBands();
+  if (bands != input.GetNrOfBands()) {
+    throw CommandError{kBadImage, path + " has " + std::to_string(bands) + " bands, the cube " +
+                                      std::to_string(input.GetNrOfBands())};
+  }
+  if (format.width == input.width && format.height == input.height) {
+    return cube;
+  }
+  std::vector<double> sums(bands, 0.0);
+  std::vector<unsigned long> counts(bands, 0);
+  std::vector<double> line(format.width * bands);
+  for (unsigned long y = 0; y < format.height; ++y) {
+    cube.reader->ReadLinesAsDouble(y, 1, line.data());
+    for (std::size_t i = 0; i < line.size(); ++i) {
+      if (!std::isnan(line[i]) && line[i] != format.fill_value) {
+        sums[i % bands] += line[i];
+        ++counts[i % bands];
+      }
+    }
+  }
+  for (unsigned long b = 0; b < bands; ++b) {
+    if (counts[b] == 0) {
+      throw CommandError{kBadImage, path + ": band " + std::to_string(b) + " holds no data"};
+    }
+    cube.reference.spectrum.push_back(sums[b] / static_cast<double>(counts[b]));
+  }
+  cube.reader.reset();
+  return cube;
+}
+
+// Reads lines [first, first + count) of a cube by pixel into buffer, as BlockCorrector samples.
+BlockCorrector::Samples ReadBlock(const CubeReader& reader, unsigned long first,
+                                  unsigned long count, std::vector<unsigned char>& buffer) {
+  const BandImageDataFormat& format = reader.Format();
+  const unsigned long bands = format.GetNrOfBands();
+  buffer.resize(format.width * count * bands * format.element_size);
+  const auto samples = BlockCorrector::Samples::PixelInterleaved(buffer.data(), format.data_type,
+                                                                 format.width, count, bands);
+  reader.ReadLines(first, count, buffer.data(), samples.pixel_stride, samples.line_stride,
+                   samples.band_stride);
+  return samples;
+}
+
+Dataset CreateOutput(const std::string& path, const std::string& driver_name,
+                     const CubeReader& input, const CorrectionMatrix& matrix) {
+  GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(driver_name.c_str());
+  if (driver == nullptr) {
+    throw CommandError{kUsage, "unknown output format " + driver_name};
+  }
+  char** options = nullptr;
+  if (driver_name == "ENVI") {
+    options = CSLSetNameValue(options, "INTERLEAVE", "BIP");
+  } else {
+    options = CSLSetNameValue(options, "INTERLEAVE", "PIXEL");
+    options = CSLSetNameValue(options, "BIGTIFF", "IF_SAFER");
+  }
+  const BandImageDataFormat& format = input.Format();
+  Dataset dataset(
+      driver->Create(path.c_str(), static_cast<int>(format.width), static_cast<int>(format.height),
+                     static_cast<int>(matrix.virtual_bands.size()), GDT_Float32, options));
+  CSLDestroy(options);
+  if (!dataset) {
+    throw CommandError{kNotWritten, "cannot write " + path + " (" + CPLGetLastErrorMsg() + ")"};
+  }
+  std::vector<double> wavelengths;
+  std::vector<double> widths;
+  for (std::size_t v = 0; v < matrix.virtual_bands.size(); ++v) {
+    const auto& band = matrix.virtual_bands[v];
+    wavelengths.push_back(band.wavelength_nm);
+    widths.push_back(band.fwhm_nm);
+    GDALRasterBand* raster = dataset->GetRasterBand(static_cast<int>(v + 1));
+    std::ostringstream name;
+    name.imbue(std::locale::classic());
+    name << std::fixed << std::setprecision(1) << band.wavelength_nm << " nm";
+    raster->SetDescription(name.str().c_str());
+    raster->SetNoDataValue(std::numeric_limits<double>::quiet_NaN());
+    if (driver_name != "ENVI") {
+      raster->SetMetadataItem("wavelength", std::to_string(band.wavelength_nm).c_str());
+      raster->SetMetadataItem("fwhm", std::to_string(band.fwhm_nm).c_str());
+      raster->SetMetadataItem("wavelength_units", "Nanometers");
+    }
+  }
+  if (driver_name == "ENVI") {
+    // The header describes the cube by its description, which is the file's (staged) name.
+    dataset->SetDescription(("corrected by matrix " + matrix.name).c_str());
+    dataset->SetMetadataItem("wavelength", EnviList(wavelengths).c_str(), "ENVI");
+    dataset->SetMetadataItem("fwhm", EnviList(widths).c_str(), "ENVI");
+    dataset->SetMetadataItem("wavelength_units", "Nanometers", "ENVI");
+  }
+  double transform[6];
+  if (input.GetGeoTransform(transform)) {
+    dataset->SetGeoTransform(transform);
+  }
+  const std::string projection = input.GetProjection();
+  if (!projection.empty()) {
+    dataset->SetProjection(projection.c_str());
+  }
+  return dataset;
+}
+
+void ShowProgress(unsigned long done, unsigned long total) {
+  std::cerr << "\r  line " << done << " of " << total << std::flush;
+  if (done == total) {
+    std::cerr << "\r\033[K" << std::flush;
+  }
+}
+
+}  // namespace
+
+int RunCorrect(const CorrectRequest& request) {
+  return RunCommand(
+      [&] {
+        const auto start = std::chrono::steady_clock::now();
+        if (request.dark.empty() != request.white.empty()) {
+          throw CommandError{kUsage, "reflectance needs both --dark and --white"};
+        }
+        hyperspectral::SensorCalibration calibration;
+        ReadRecord(calibration, request.calibration, "sensor_calibration", "calibration");
+        const CorrectionMatrix& matrix =
+            FindMatrix(calibration, request.matrix, request.calibration);
+        std::unique_ptr<BlockCorrector> corrector;
+        try {
+          corrector = std::make_unique<BlockCorrector>(matrix);
+        } catch (const std::invalid_argument& error) {
+          throw CommandError{kBadMatrix, error.what()};
+        }
+
+        GDALAllRegister();
+        CPLPushErrorHandler(CPLQuietErrorHandler);
+        GDALSetCacheMax64(kGdalCacheBytes);
+        // Everything the output says is in its own files: no .aux.xml beside them.
+        CPLSetConfigOption("GDAL_PAM_ENABLED", "NO");
+        const CubeReader input(request.input);
+        const BandImageDataFormat& format = input.Format();
+        const unsigned long bands = format.GetNrOfBands();
+        if (bands != corrector->GetBandCount()) {
+          throw CommandError{kBadMatrix, "correction matrix \"" + matrix.name + "\" weighs " +
+                                             std::to_string(corrector->GetBandCount()) +
+                                             " bands, " + request.input + " has " +
+                                             std::to_string(bands)};
+        }
+        const bool reflectance = !request.dark.empty();
+        ReferenceCube dark;
+        ReferenceCube white;
+        if (reflectance) {
+          dark = OpenReference(request.dark, format);
+          white = OpenReference(request.white, format);
+        }
+
+        const unsigned long virtual_bands = corrector->GetVirtualBandCount();
+        const unsigned long line_bytes =
+            format.width * (bands * format.element_size + virtual_bands * sizeof(float));
+        const unsigned long block_lines =
+            request.block_lines != 0 ? request.block_lines
+                                     : std::max(1ul, kBlockBytes / std::max(1ul, line_bytes));
+        const unsigned threads = request.threads != 0
+                                     ? request.threads
+                                     : std::max(1u, std::thread::hardware_concurrency());
+
+        StagedOutput staged(request.output);
+        Dataset output = CreateOutput(staged.Path(), request.format, input, matrix);
+        std::vector<unsigned char> samples;
+        std::vector<float> corrected;
+        const bool show = ::isatty(STDERR_FILENO) != 0;
+        for (unsigned long first = 0; first < format.height; first += block_lines) {
+          const unsigned long count = std::min(block_lines, format.height - first);
+          const auto block = ReadBlock(input, first, count, samples);
+          if (reflectance) {
+            for (ReferenceCube* reference : {&dark, &white}) {
+              if (reference->reader) {
+                reference->reference.block =
+                    ReadBlock(*reference->reader, first, count, reference->block);
+              }
+            }
+          }
+          corrected.resize(format.width * count * virtual_bands);
+          const auto target = BlockCorrector::Target::PixelInterleaved(
+              corrected.data(), format.width, count, virtual_bands);
+          // The lines of the block in as many parts as there are threads.
+          const unsigned parts = static_cast<unsigned>(std::min<unsigned long>(threads, count));
+          std::vector<std::thread> workers;
+          std::vector<std::exception_ptr> failures(parts);
+          for (unsigned part = 0; part < parts; ++part) {
+            workers.emplace_back([&, part] {
+              const unsigned long from = count * part / parts;
+              const unsigned long to = count * (part + 1) / parts;
+              const auto slice = [&](BlockCorrector::Samples s) {
+                s.data = static_cast<const unsigned char*>(s.data) +
+                         static_cast<std::ptrdiff_t>(from) * s.line_stride;
+                s.lines = to - from;
+                return s;
+              };
+              BlockCorrector::Target out = target;
+              out.data =
+                  reinterpret_cast<float*>(reinterpret_cast<unsigned char*>(out.data) +
+                                           static_cast<std::ptrdiff_t>(from) * out.line_stride);
+              try {
+                if (reflectance) {
+                  BlockCorrector::Reference d = dark.reference;
+                  BlockCorrector::Reference w = white.reference;
+                  if (d.spectrum.empty()) {
+                    d.block = slice(d.block);
+                  }
+                  if (w.spectrum.empty()) {
+                    w.block = slice(w.block);
+                  }
+                  corrector->CorrectReflectance(slice(block), d, w, format.fill_value, out);
+                } else {
+                  corrector->Correct(slice(block), format.scale, format.fill_value, out);
+                }
+              } catch (...) {
+                failures[part] = std::current_exception();
+              }
+            });
+          }
+          for (auto& worker : workers) {
+            worker.join();
+          }
+          for (const auto& failure : failures) {
+            if (failure) {
+              std::rethrow_exception(failure);
+            }
+          }
+          const auto pixel_space = static_cast<GSpacing>(sizeof(float) * virtual_bands);
+          if (output->RasterIO(GF_Write, 0, static_cast<int>(first), static_cast<int>(format.width),
+                               static_cast<int>(count), corrected.data(),
+                               static_cast<int>(format.width), static_cast<int>(count), GDT_Float32,
+                               static_cast<int>(virtual_bands), nullptr, pixel_space,
+                               pixel_space * static_cast<GSpacing>(format.width), sizeof(float),
+                               nullptr) != CE_None) {
+            throw CommandError{
+                kNotWritten, "cannot write " + request.output + " (" + CPLGetLastErrorMsg() + ")"};
+          }
+          if (show) {
+            ShowProgress(first + count, format.height);
+          }
+        }
+        CPLErrorReset();
+        output->FlushCache();
+        output.reset();
+        if (CPLGetLastErrorType() >= CE_Failure) {
+          throw CommandError{kNotWritten,
+                             "cannot write " + request.output + " (" + CPLGetLastErrorMsg() + ")"};
+        }
+        try {
+          staged.Commit();
+        } catch (const std::exception& error) {
+          throw CommandError{kNotWritten, "cannot write " + request.output + ": " + error.what()};
+        }
+
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const double spectra = static_cast<double>(format.width * format.height);
+        std::cerr << "correct: " << format.width << " x " << format.height << " pixels of " << bands
+                  << " bands to " << virtual_bands << " virtual bands"
+                  << (reflectance ? " of reflectance" : "") << ", matrix \"" << matrix.name
+                  << "\", " << threads << " thread(s), " << std::fixed << std::setprecision(2)
+                  << seconds << " s (" << spectra / seconds / 1e6 << " M spectra/s)\n";
+        if (request.json) {
+          std::cout << nlohmann::json{{"calibration", request.calibration},
+                                      {"input", request.input},
+                                      {"output", request.output},
+                                      {"matrix", matrix.name},
+                                      {"pixels", format.width},
+                                      {"lines", format.height},
+                                      {"bands", bands},
+                                      {"virtual_bands", virtual_bands},
+                                      {"reflectance", reflectance},
+                                      {"threads", threads},
+                                      {"block_lines", block_lines},
+                                      {"seconds", seconds}}
+                           .dump(2)
+                    << '\n';
+        }
+        return static_cast<int>(kOk);
+      },
+      "the cube can't be corrected");
+}
+
+}  // namespace kelto::tools
