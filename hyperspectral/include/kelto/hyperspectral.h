@@ -28,6 +28,7 @@
 #include <kelto/hyperspectral/correction/correction_matrix_parameters.h>
 #include <kelto/hyperspectral/correction/pm_spectral_correction_computation.h>
 #include <kelto/hyperspectral/correction/spline.h>
+#include <kelto/hyperspectral/correction/spline_collection.h>
 #include <kelto/hyperspectral/correction/spline_interpolation.h>
 #include <kelto/hyperspectral/correction/utilities.h>
 #include <kelto/hyperspectral/resources/parameter_resources.h>

@@ -1,0 +1,437 @@
+#include <kelto/hyperspectral/correction/spline_collection.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <kelto/hyperspectral/correction/spline.h>
+
+#include "spline_collection_fixtures.h"
+
+namespace kelto::hyperspectral {
+namespace {
+
+using Values = std::vector<double>;
+using Owned = std::unique_ptr<double[]>;
+using testing::SplineCollectionGrid;
+using testing::SplineCollectionGrids;
+
+int Count(const Values& v) {
+  return static_cast<int>(v.size());
+}
+
+double Largest(const Values& v) {
+  double largest = 0.0;
+  for (double e : v) {
+    largest = std::max(largest, std::fabs(e));
+  }
+  return largest;
+}
+
+// Every entry within 1e-12 times scale, by default the largest magnitude of the reference.
+void ExpectAgrees(const Values& actual, const Values& expected, const std::string& what,
+                  double scale = -1.0) {
+  ASSERT_EQ(actual.size(), expected.size()) << what;
+  const double tolerance = 1e-12 * (scale < 0.0 ? Largest(expected) : scale);
+  for (std::size_t k = 0; k < expected.size(); ++k) {
+    EXPECT_NEAR(actual[k], expected[k], tolerance) << what << ", entry " << k;
+  }
+}
+
+Values Evenly(double from, double to, int count) {
+  Values v(static_cast<std::size_t>(count));
+  for (std::size_t k = 0; k < v.size(); ++k) {
+    v[k] = from + (to - from) * static_cast<double>(k) / (count - 1);
+  }
+  v.back() = to;
+  return v;
+}
+
+struct Curve {
+  Values value, first, second;
+};
+
+Curve Cubic(const Values& x, const Values& y, const Values& xi) {
+  const Owned ypp(spline_cubic_set(Count(x), x.data(), y.data(), 3, 0.0, 3, 0.0));
+  Curve c{Values(xi.size()), Values(xi.size()), Values(xi.size())};
+  spline_cubic_val(Count(x), x.data(), y.data(), ypp.get(), Count(xi), xi.data(), c.value.data(),
+                   c.first.data(), c.second.data());
+  return c;
+}
+
+Curve Hermite(const Values& x, const Values& y, const Values& yp, const Values& xi) {
+  const Owned coefficients(spline_hermite_set(Count(x), x.data(), y.data(), yp.data()));
+  Curve c{Values(xi.size()), Values(xi.size()), {}};
+  spline_hermite_val(Count(x), x.data(), coefficients.get(), Count(xi), xi.data(), c.value.data(),
+                     c.first.data());
+  return c;
+}
+
+Values Pchip(const Values& x, const Values& y, const Values& xi, Values* first = nullptr) {
+  const Owned d(spline_pchip_set(Count(x), x.data(), y.data()));
+  Values value(xi.size());
+  if (first != nullptr) {
+    first->resize(xi.size());
+  }
+  spline_pchip_val(Count(x), x.data(), y.data(), d.get(), Count(xi), xi.data(), value.data(),
+                   first == nullptr ? nullptr : first->data());
+  return value;
+}
+
+Values Overhauser(const Values& x, const Values& y, const Values& xi) {
+  Values value(xi.size());
+  spline_overhauser_val(Count(x), x.data(), y.data(), Count(xi), xi.data(), value.data());
+  return value;
+}
+
+Values BSpline(const Values& b, const Values& c, const Values& xi) {
+  Values value(xi.size());
+  spline_bspline_val(Count(b), b.data(), c.data(), Count(xi), xi.data(), value.data());
+  return value;
+}
+
+// The least-squares spline at xi, evaluated on the breakpoints x[0], knots, x[n-1].
+Values LeastSquaresSpline(const Values& x, const Values& y, const Values& knots, const Values& xi) {
+  const Owned c(spline_lsq_set(Count(x), x.data(), y.data(), Count(knots), knots.data()));
+  Values breakpoints{x.front()};
+  breakpoints.insert(breakpoints.end(), knots.begin(), knots.end());
+  breakpoints.push_back(x.back());
+  return BSpline(breakpoints, Values(c.get(), c.get() + knots.size() + 4), xi);
+}
+
+Values LeastSquaresPolynomial(const Values& x, const Values& y, int degree, const Values& xi) {
+  double centre = 0.0;
+  const Owned a(polynomial_lsq_set(Count(x), x.data(), y.data(), degree, &centre));
+  Values value(xi.size());
+  polynomial_lsq_val(degree, a.get(), centre, Count(xi), xi.data(), value.data());
+  return value;
+}
+
+double ResidualNorm(const Values& fit, const Values& y) {
+  double sum = 0.0;
+  for (std::size_t i = 0; i < y.size(); ++i) {
+    sum += (fit[i] - y[i]) * (fit[i] - y[i]);
+  }
+  return std::sqrt(sum);
+}
+
+// Reference values from SciPy on irregular grids of 5 to 200 points; the interpolants extrapolate
+// to one target on either side of the knots.
+TEST(SplineCollectionVersusScipy, InterpolantsAndTheirDerivatives) {
+  for (const SplineCollectionGrid& g : SplineCollectionGrids()) {
+    const std::string name = g.name;
+    const double data = Largest(g.y);
+    const Curve cubic = Cubic(g.x, g.y, g.xi);
+    ExpectAgrees(cubic.value, g.cubic, name + " cubic", data);
+    ExpectAgrees(cubic.first, g.cubic_first, name + " cubic first derivative");
+    ExpectAgrees(cubic.second, g.cubic_second, name + " cubic second derivative");
+
+    const Curve hermite = Hermite(g.x, g.y, g.yp, g.xi);
+    ExpectAgrees(hermite.value, g.hermite, name + " Hermite", data);
+    ExpectAgrees(hermite.first, g.hermite_first, name + " Hermite derivative");
+
+    ExpectAgrees(Overhauser(g.x, g.y, g.xi), g.overhauser, name + " Overhauser", data);
+
+    const Owned d(spline_pchip_set(Count(g.x), g.x.data(), g.y.data()));
+    ExpectAgrees(Values(d.get(), d.get() + g.x.size()), g.pchip_slopes, name + " PCHIP slopes");
+    Values first;
+    ExpectAgrees(Pchip(g.x, g.y, g.xi, &first), g.pchip, name + " PCHIP", data);
+    ExpectAgrees(first, g.pchip_first, name + " PCHIP derivative");
+
+    ExpectAgrees(BSpline(g.x, g.bspline_c, g.bspline_xi), g.bspline, name + " B-spline",
+                 Largest(g.bspline_c));
+  }
+}
+
+TEST(SplineCollectionVersusScipy, LeastSquaresResidualNorms) {
+  for (const testing::LeastSquaresData& s : testing::LeastSquaresSets()) {
+    const Values fit = LeastSquaresSpline(s.x, s.y, s.knots, s.x);
+    EXPECT_NEAR(ResidualNorm(fit, s.y), s.spline_residual, 1e-10 * s.spline_residual) << s.name;
+    ExpectAgrees(fit, s.spline_fit, std::string(s.name) + " spline at the data", Largest(s.y));
+    for (int degree = 0; degree < Count(s.polynomial_residuals); ++degree) {
+      const double expected = s.polynomial_residuals[static_cast<std::size_t>(degree)];
+      EXPECT_NEAR(ResidualNorm(LeastSquaresPolynomial(s.x, s.y, degree, s.x), s.y), expected,
+                  1e-10 * expected)
+          << s.name << ", degree " << degree;
+    }
+  }
+}
+
+TEST(SplineCollectionBezier, AgreesWithDeCasteljauAndStartsAndEndsAtItsControlValues) {
+  const testing::BezierCurve& single = testing::BezierCurves()[0];
+  Values value(single.t.size());
+  spline_bezier_val(single.p.data(), Count(single.t), single.t.data(), value.data());
+  ExpectAgrees(value, single.value, "single", Largest(single.p));
+  EXPECT_EQ(value.front(), single.p[0]);
+  EXPECT_EQ(value.back(), single.p[3]);
+
+  const testing::BezierCurve& piecewise = testing::BezierCurves()[1];
+  value.assign(piecewise.t.size(), 0.0);
+  spline_bezier_piecewise_val(Count(piecewise.p), piecewise.p.data(), Count(piecewise.t),
+                              piecewise.t.data(), value.data());
+  ExpectAgrees(value, piecewise.value, "piecewise", Largest(piecewise.p));
+  for (std::size_t k = 0; k < piecewise.t.size(); ++k) {
+    if (piecewise.t[k] == std::floor(piecewise.t[k])) {
+      EXPECT_EQ(value[k], piecewise.p[3 * static_cast<std::size_t>(piecewise.t[k])]) << k;
+    }
+  }
+}
+
+// Monotone data, rising with flat stretches and falling, resampled at 10,000 points.
+TEST(SplineCollectionPchip, MonotoneDataGiveAMonotoneCurve) {
+  const SplineCollectionGrid& steps = SplineCollectionGrids()[4];
+  ASSERT_STREQ(steps.name, "Steps");
+  Values falling_x(41), falling_y(41);
+  for (std::size_t i = 0; i < falling_x.size(); ++i) {
+    falling_x[i] = 500.0 + 7.0 * static_cast<double>(i) + std::sin(3.0 * static_cast<double>(i));
+    falling_y[i] = -std::tanh((falling_x[i] - 640.0) / 15.0);
+  }
+  for (const auto& [x, y] : {std::pair(steps.x, steps.y), std::pair(falling_x, falling_y)}) {
+    for (double sign : {1.0, -1.0}) {
+      Values data = y;
+      for (double& v : data) {
+        v *= sign;
+      }
+      const Values curve = Pchip(x, data, Evenly(x.front(), x.back(), 10000));
+      const bool rising = data.back() > data.front();
+      for (std::size_t k = 0; k + 1 < curve.size(); ++k) {
+        if (rising) {
+          ASSERT_LE(curve[k], curve[k + 1]) << "rising, point " << k;
+        } else {
+          ASSERT_GE(curve[k], curve[k + 1]) << "falling, point " << k;
+        }
+      }
+    }
+  }
+}
+
+// On every grid, monotone or not, no piece leaves the range of its two data values.
+TEST(SplineCollectionPchip, NoPieceOvershootsItsData) {
+  for (const SplineCollectionGrid& g : SplineCollectionGrids()) {
+    const Values xi = Evenly(g.x.front(), g.x.back(), 10000);
+    const Values curve = Pchip(g.x, g.y, xi);
+    const double slack = 1e-12 * Largest(g.y);
+    std::size_t i = 0;
+    for (std::size_t k = 0; k < xi.size(); ++k) {
+      while (i + 2 < g.x.size() && xi[k] >= g.x[i + 1]) {
+        ++i;
+      }
+      EXPECT_GE(curve[k], std::min(g.y[i], g.y[i + 1]) - slack) << g.name << ", point " << k;
+      EXPECT_LE(curve[k], std::max(g.y[i], g.y[i + 1]) + slack) << g.name << ", point " << k;
+    }
+  }
+}
+
+TEST(SplineCollectionOverhauser, PassesThroughEveryPointAndReproducesParabolas) {
+  for (const SplineCollectionGrid& g : SplineCollectionGrids()) {
+    const Values at_knots = Overhauser(g.x, g.y, g.x);
+    for (std::size_t i = 0; i < g.x.size(); ++i) {
+      EXPECT_EQ(at_knots[i], g.y[i]) << g.name << ", point " << i;
+    }
+    Values parabola(g.x.size());
+    Values expected(g.xi.size());
+    const auto p = [&g](double v) { return 0.5 - 0.25 * (v - g.x[1]) + 2.0 * (v - g.x[2]) * v; };
+    std::transform(g.x.begin(), g.x.end(), parabola.begin(), p);
+    std::transform(g.xi.begin(), g.xi.end(), expected.begin(), p);
+    ExpectAgrees(Overhauser(g.x, parabola, g.xi), expected, std::string(g.name) + " parabola");
+  }
+  // Three points: the one parabola, also beyond them.
+  const Values x{0.0, 1.0, 3.0};
+  ExpectAgrees(Overhauser(x, {1.0, 2.0, 10.0}, {-1.0, 0.5, 2.0, 4.0}), {2.0, 1.25, 5.0, 17.0},
+               "three points");
+}
+
+// Each family reproduces what it can represent: the cubic spline and the Hermite interpolant a
+// cubic, the B-spline a constant, the least-squares fits a polynomial of their degree.
+TEST(SplineCollectionExactness, PolynomialsTheFamiliesRepresentAreReproduced) {
+  const Values x{-2.0, -1.3, -0.2, 0.5, 1.9, 2.4, 4.0};
+  const auto cubic = [](double v) { return 1.0 - 2.0 * v + 0.5 * v * v - 0.25 * v * v * v; };
+  const auto slope = [](double v) { return -2.0 + v - 0.75 * v * v; };
+  const auto curvature = [](double v) { return 1.0 - 1.5 * v; };
+  Values y(x.size()), yp(x.size());
+  std::transform(x.begin(), x.end(), y.begin(), cubic);
+  std::transform(x.begin(), x.end(), yp.begin(), slope);
+  const Values xi{-3.0, -2.0, -1.0, 0.0, 0.3, 1.9, 3.3, 4.0, 5.0};
+  Values value(xi.size()), first(xi.size()), second(xi.size());
+  for (std::size_t k = 0; k < xi.size(); ++k) {
+    value[k] = cubic(xi[k]);
+    first[k] = slope(xi[k]);
+    second[k] = curvature(xi[k]);
+  }
+  const Curve spline = Cubic(x, y, xi);
+  ExpectAgrees(spline.value, value, "cubic spline");
+  ExpectAgrees(spline.first, first, "cubic spline first derivative");
+  ExpectAgrees(spline.second, second, "cubic spline second derivative");
+  const Curve hermite = Hermite(x, y, yp, xi);
+  ExpectAgrees(hermite.value, value, "Hermite");
+  ExpectAgrees(hermite.first, first, "Hermite derivative");
+
+  // Clamped B-splines sum to one, and the curve starts and ends at its end coefficients.
+  const Values inside(xi.begin() + 1, xi.end() - 1);
+  ExpectAgrees(BSpline(x, Values(x.size() + 2, 0.75), inside), Values(inside.size(), 0.75),
+               "B-spline partition of unity");
+  const Values ends = BSpline(x, {3.0, 1.0, 4.0, 1.0, 5.0, 9.0, 2.0, 6.0, 5.0}, {-2.0, 4.0});
+  EXPECT_DOUBLE_EQ(ends[0], 3.0);
+  EXPECT_DOUBLE_EQ(ends[1], 5.0);
+
+  const Values dense = Evenly(-2.0, 4.0, 40);
+  Values dense_y(dense.size());
+  std::transform(dense.begin(), dense.end(), dense_y.begin(), cubic);
+  ExpectAgrees(LeastSquaresSpline(dense, dense_y, {-0.5, 0.1, 2.2}, inside),
+               Values(value.begin() + 1, value.end() - 1), "least-squares spline", Largest(value));
+  ExpectAgrees(LeastSquaresPolynomial(dense, dense_y, 3, xi), value, "polynomial of degree 3");
+  ExpectAgrees(LeastSquaresPolynomial(dense, dense_y, 5, xi), value, "polynomial of degree 5");
+  // Degree 0 is the mean, whatever the order of the data.
+  ExpectAgrees(LeastSquaresPolynomial({3.0, -1.0, 3.0, 7.0}, {1.0, 2.0, 4.0, 5.0}, 0, {100.0}),
+               {3.0}, "polynomial of degree 0");
+}
+
+// The call must throw std::invalid_argument with a text that contains `text`.
+void ExpectRefused(const std::function<void()>& call, const std::string& text) {
+  try {
+    call();
+    ADD_FAILURE() << "accepted; expected a refusal with \"" << text << "\"";
+  } catch (const std::invalid_argument& e) {
+    EXPECT_NE(std::string(e.what()).find(text), std::string::npos) << e.what();
+  }
+}
+
+TEST(SplineCollectionRefusals, TooFewPointsAndAbscissaeThatDoNotRise) {
+  const Values x{0.0, 1.0, 1.0, 2.0};
+  const Values y{1.0, 2.0, 3.0, 4.0};
+  const Values xi{0.5};
+  Values out(1);
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  ExpectRefused([&] { Owned(spline_pchip_set(1, x.data(), y.data())); },
+                "spline_pchip_set: needs at least 2 points, got 1");
+  ExpectRefused([&] { Owned(spline_hermite_set(4, x.data(), y.data(), y.data())); },
+                "spline_hermite_set: the abscissae x must rise strictly, but x[1] = 1 is not "
+                "below x[2] = 1");
+  ExpectRefused(
+      [&] {
+        Overhauser({0.0, 1.0}, {0.0, 1.0}, xi);
+      },
+      "spline_overhauser_val: needs at least 3 points, got 2");
+  ExpectRefused([&] { Overhauser({0.0, 2.0, 1.0}, {0.0, 1.0, 2.0}, xi); }, "x[1] = 2 is not below");
+  ExpectRefused([&] { Pchip({0.0, nan, 2.0}, {0.0, 1.0, 2.0}, xi); }, "x[1] = nan is not finite");
+  ExpectRefused(
+      [&] {
+        BSpline({0.0, std::numeric_limits<double>::infinity()}, {0.0, 1.0, 2.0, 3.0}, xi);
+      },
+      "spline_bspline_val: the abscissa b[1] = inf is not finite");
+  ExpectRefused(
+      [&] {
+        spline_cubic_val(1, x.data(), y.data(), y.data(), 1, xi.data(), out.data(), nullptr,
+                         nullptr);
+      },
+      "spline_cubic_val: needs at least 2 points, got 1");
+  ExpectRefused(
+      [&] {
+        spline_cubic_val(4, x.data(), y.data(), y.data(), 1, xi.data(), out.data(), nullptr,
+                         nullptr);
+      },
+      "spline_cubic_val: the abscissae t must rise strictly");
+}
+
+TEST(SplineCollectionRefusals, MissingArraysAndTargetsOutsideTheDomain) {
+  const Values x{0.0, 1.0, 2.0, 3.0};
+  Values out(2);
+  ExpectRefused([&] { spline_hermite_val(4, x.data(), nullptr, 1, x.data(), out.data(), nullptr); },
+                "spline_hermite_val: the array c is null");
+  ExpectRefused(
+      [&] { spline_pchip_val(4, x.data(), x.data(), x.data(), 1, nullptr, out.data(), nullptr); },
+      "spline_pchip_val: the array of targets is null");
+  ExpectRefused([&] { spline_overhauser_val(4, x.data(), x.data(), 1, x.data(), nullptr); },
+                "spline_overhauser_val: the array of values is null");
+  ExpectRefused([&] { spline_overhauser_val(4, x.data(), x.data(), -1, x.data(), out.data()); },
+                "the number of targets must not be negative, got -1");
+  // No targets need no arrays for them.
+  EXPECT_NO_THROW(spline_overhauser_val(4, x.data(), x.data(), 0, nullptr, nullptr));
+
+  const Values beyond{0.5, 1.5};
+  ExpectRefused([&] { spline_bezier_val(x.data(), 2, beyond.data(), out.data()); },
+                "spline_bezier_val: the parameter t[1] = 1.5 is outside [0, 1]");
+  const Values nan{std::numeric_limits<double>::quiet_NaN()};
+  ExpectRefused([&] { spline_bezier_val(x.data(), 1, nan.data(), out.data()); }, "t[0] = nan");
+  const Values seven(7, 1.0);
+  const Values s{2.0, 2.5};
+  ExpectRefused([&] { spline_bezier_piecewise_val(7, seven.data(), 2, s.data(), out.data()); },
+                "spline_bezier_piecewise_val: the parameter s[1] = 2.5 is outside [0, 2]");
+  ExpectRefused([&] { spline_bezier_piecewise_val(6, seven.data(), 1, s.data(), out.data()); },
+                "needs 3k + 1 control values with k >= 1, got 6");
+  ExpectRefused([&] { spline_bezier_piecewise_val(1, seven.data(), 1, s.data(), out.data()); },
+                "got 1");
+  ExpectRefused(
+      [&] {
+        BSpline(x, Values(6, 1.0), {3.0, 3.5});
+      },
+      "spline_bspline_val: the target xe[1] = 3.5 is outside [0, 3]");
+  ExpectRefused([&] { BSpline(x, Values(6, 1.0), {-1e-9}); }, "xe[0] = -1.0000000000000001e-09");
+}
+
+TEST(SplineCollectionRefusals, LeastSquaresFitsTheDataCannotDetermine) {
+  Values x(11), y(11);
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    x[i] = static_cast<double>(i);
+    y[i] = std::sin(x[i]);
+  }
+  // Knots crowded between two data points leave a B-spline without data of its own.
+  ExpectRefused(
+      [&] {
+        LeastSquaresSpline(x, y, {4.1, 4.2, 4.3, 4.4, 4.5}, x);
+      },
+      "spline_lsq_set: the B-spline on [4.0999999999999996, 4.5] has no data of its "
+      "own (Schoenberg-Whitney)");
+  // Empty intervals alone do not: every B-spline still has data where it is nonzero.
+  EXPECT_NO_THROW(LeastSquaresSpline(x, y, {4.2, 4.4, 4.6}, x));
+  // More B-splines than distinct abscissae.
+  ExpectRefused(
+      [&] {
+        LeastSquaresSpline({0.0, 1.0, 1.0, 2.0, 3.0, 4.0}, Values(6, 1.0), {1.5, 2.5}, {});
+      },
+      "Schoenberg-Whitney");
+  ExpectRefused(
+      [&] {
+        LeastSquaresSpline(x, y, {5.0, 3.0}, x);
+      },
+      "spline_lsq_set: the abscissae k must rise strictly");
+  ExpectRefused(
+      [&] {
+        LeastSquaresSpline(x, y, {0.0, 3.0}, x);
+      },
+      "the interior knots must lie inside (0, 10), but run from 0 to 3");
+  ExpectRefused(
+      [&] {
+        LeastSquaresSpline({0.0, 2.0, 1.0, 3.0}, y, {}, x);
+      },
+      "the abscissae x must not fall, but x[1] = 2 is above x[2] = 1");
+  ExpectRefused(
+      [&] {
+        LeastSquaresSpline({1.0, 1.0, 1.0, 1.0, 1.0}, y, {}, x);
+      },
+      "must span an interval, but all are 1");
+  ExpectRefused([&] { Owned(spline_lsq_set(11, x.data(), y.data(), -1, nullptr)); },
+                "the number of interior knots must not be negative, got -1");
+
+  double centre = 0.0;
+  const Values tied{0.0, 1.0, 1.0, 2.0};
+  EXPECT_NO_THROW(LeastSquaresPolynomial(tied, y, 2, x));
+  ExpectRefused([&] { Owned(polynomial_lsq_set(4, tied.data(), y.data(), 3, &centre)); },
+                "polynomial_lsq_set: a polynomial of degree 3 needs 4 distinct abscissae, got 3");
+  ExpectRefused([&] { Owned(polynomial_lsq_set(4, tied.data(), y.data(), -1, &centre)); },
+                "the degree must not be negative, got -1");
+  ExpectRefused([&] { Owned(polynomial_lsq_set(0, tied.data(), y.data(), 0, &centre)); },
+                "needs at least 1 point, got 0");
+  ExpectRefused([&] { Owned(polynomial_lsq_set(4, tied.data(), y.data(), 1, nullptr)); },
+                "the array centre is null");
+}
+
+}  // namespace
+}  // namespace kelto::hyperspectral
