@@ -23,6 +23,7 @@
 
 #include <kelto/hyperspectral/access/block_corrector.h>
 #include <kelto/hyperspectral/access/data_accessor.h>
+#include <kelto/hyperspectral/access/raw_frame_assembler.h>
 #include <kelto/hyperspectral/access/spectrum_operations.h>
 #include <kelto/hyperspectral/correction/correction_function.h>
 #include <kelto/hyperspectral/correction/correction_matrix_parameters.h>
