@@ -47,6 +47,15 @@ demo: build
 	@echo "== kelto-sim evaluate: the reflectance matrix on the white-referenced scene, beside the truth"
 	@$(KELTO_SIM) evaluate $(DEMO_MATRIX) $(DEMO_SCENE) --matrix measured --patch vegetation
 	@echo
+	@echo "== the real road: raw sensor frames to cubes, dark and white to reflectance, corrected"
+	@for frame in raw dark white; do \
+	  $(KELTO_HSI) cube $(DEMO_MATRIX) $(SAMPLES)/scene/VKR9-MZT4x4-470_620-$$frame.pgm \
+	    -o $(DEMO_DIR)/$$frame.img || exit 1; done
+	@$(KELTO_HSI) correct $(DEMO_MATRIX) $(DEMO_DIR)/raw.img --matrix measured \
+	  --dark $(DEMO_DIR)/dark.img --white $(DEMO_DIR)/white.img -o $(DEMO_DIR)/reflectance.img
+	@echo "   the vegetation patch of the corrected cube (compare the matrix column above):"
+	@$(KELTO_HSI) spectrum $(DEMO_MATRIX) $(DEMO_DIR)/reflectance.img --pixel 18,18 --raw
+	@echo
 	@echo "== kelto-hsi check $(SAMPLES)/sensor_info_defective.xml (exit status 2 expected)"
 	@$(KELTO_HSI) check $(SAMPLES)/sensor_info_defective.xml; echo "exit status $$?"
 
@@ -56,8 +65,11 @@ samples: build
 	@$(KELTO_SIM) calibrations $(SAMPLES)/calibrations
 	@$(KELTO_SIM) scene $(SAMPLES)/scene
 
+# The benchmarks, then the numpy peer of the block correction where Debian's numpy is installed.
 bench: build
 	@for b in $(BUILD_DIR)/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
+	@if /usr/bin/python3 -c "import numpy" 2>/dev/null; then \
+	  /usr/bin/python3 bench/bench_block_correction.py; fi
 
 format:
 	@git ls-files '*.h' '*.cpp' | xargs clang-format -i

@@ -162,8 +162,12 @@ BlockCorrector::Samples ReadBlock(const CubeReader& reader, unsigned long first,
   return samples;
 }
 
-Dataset CreateOutput(const std::string& path, const std::string& driver_name,
-                     const CubeReader& input, const CorrectionMatrix& matrix) {
+// A float32 cube of `wavelengths.size()` bands by pixel, with the bands' wavelengths and FWHM,
+// NaN as "no data", and the georeferencing of `georeferenced` when it has any.
+Dataset CreateOutput(const std::string& path, const std::string& driver_name, unsigned long width,
+                     unsigned long height, const std::vector<double>& wavelengths,
+                     const std::vector<double>& widths, const std::string& description,
+                     const CubeReader* georeferenced) {
   GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(driver_name.c_str());
   if (driver == nullptr) {
     throw CommandError{kUsage, "unknown output format " + driver_name};
@@ -175,48 +179,77 @@ Dataset CreateOutput(const std::string& path, const std::string& driver_name,
     options = CSLSetNameValue(options, "INTERLEAVE", "PIXEL");
     options = CSLSetNameValue(options, "BIGTIFF", "IF_SAFER");
   }
-  const BandImageDataFormat& format = input.Format();
-  Dataset dataset(
-      driver->Create(path.c_str(), static_cast<int>(format.width), static_cast<int>(format.height),
-                     static_cast<int>(matrix.virtual_bands.size()), GDT_Float32, options));
+  Dataset dataset(driver->Create(path.c_str(), static_cast<int>(width), static_cast<int>(height),
+                                 static_cast<int>(wavelengths.size()), GDT_Float32, options));
   CSLDestroy(options);
   if (!dataset) {
     throw CommandError{kNotWritten, "cannot write " + path + " (" + CPLGetLastErrorMsg() + ")"};
   }
-  std::vector<double> wavelengths;
-  std::vector<double> widths;
-  for (std::size_t v = 0; v < matrix.virtual_bands.size(); ++v) {
-    const auto& band = matrix.virtual_bands[v];
-    wavelengths.push_back(band.wavelength_nm);
-    widths.push_back(band.fwhm_nm);
-    GDALRasterBand* raster = dataset->GetRasterBand(static_cast<int>(v + 1));
+  for (std::size_t b = 0; b < wavelengths.size(); ++b) {
+    GDALRasterBand* raster = dataset->GetRasterBand(static_cast<int>(b + 1));
     std::ostringstream name;
     name.imbue(std::locale::classic());
-    name << std::fixed << std::setprecision(1) << band.wavelength_nm << " nm";
+    name << std::fixed << std::setprecision(1) << wavelengths[b] << " nm";
     raster->SetDescription(name.str().c_str());
     raster->SetNoDataValue(std::numeric_limits<double>::quiet_NaN());
     if (driver_name != "ENVI") {
-      raster->SetMetadataItem("wavelength", std::to_string(band.wavelength_nm).c_str());
-      raster->SetMetadataItem("fwhm", std::to_string(band.fwhm_nm).c_str());
+      raster->SetMetadataItem("wavelength", std::to_string(wavelengths[b]).c_str());
+      raster->SetMetadataItem("fwhm", std::to_string(widths[b]).c_str());
       raster->SetMetadataItem("wavelength_units", "Nanometers");
     }
   }
   if (driver_name == "ENVI") {
     // The header describes the cube by its description, which is the file's (staged) name.
-    dataset->SetDescription(("corrected by matrix " + matrix.name).c_str());
+    dataset->SetDescription(description.c_str());
     dataset->SetMetadataItem("wavelength", EnviList(wavelengths).c_str(), "ENVI");
     dataset->SetMetadataItem("fwhm", EnviList(widths).c_str(), "ENVI");
     dataset->SetMetadataItem("wavelength_units", "Nanometers", "ENVI");
   }
   double transform[6];
-  if (input.GetGeoTransform(transform)) {
+  if (georeferenced != nullptr && georeferenced->GetGeoTransform(transform)) {
     dataset->SetGeoTransform(transform);
   }
-  const std::string projection = input.GetProjection();
+  const std::string projection = georeferenced == nullptr ? "" : georeferenced->GetProjection();
   if (!projection.empty()) {
     dataset->SetProjection(projection.c_str());
   }
   return dataset;
+}
+
+// Writes lines [first, first + count) of a cube by pixel.
+void WriteLines(GDALDataset& dataset, unsigned long first, unsigned long count, float* values,
+                const std::string& path) {
+  const int bands = dataset.GetRasterCount();
+  const auto pixel_space = static_cast<GSpacing>(sizeof(float)) * bands;
+  const int width = dataset.GetRasterXSize();
+  if (dataset.RasterIO(GF_Write, 0, static_cast<int>(first), width, static_cast<int>(count), values,
+                       width, static_cast<int>(count), GDT_Float32, bands, nullptr, pixel_space,
+                       pixel_space * width, sizeof(float), nullptr) != CE_None) {
+    throw CommandError{kNotWritten, "cannot write " + path + " (" + CPLGetLastErrorMsg() + ")"};
+  }
+}
+
+// Closes the output and moves it into place; the closing flushes, so its errors count.
+void Finish(Dataset& output, StagedOutput& staged, const std::string& path) {
+  CPLErrorReset();
+  output->FlushCache();
+  output.reset();
+  if (CPLGetLastErrorType() >= CE_Failure) {
+    throw CommandError{kNotWritten, "cannot write " + path + " (" + CPLGetLastErrorMsg() + ")"};
+  }
+  try {
+    staged.Commit();
+  } catch (const std::exception& error) {
+    throw CommandError{kNotWritten, "cannot write " + path + ": " + error.what()};
+  }
+}
+
+// GDAL set up for the commands: quiet, a bounded cache, and no .aux.xml beside the outputs.
+void PrepareGdal() {
+  GDALAllRegister();
+  CPLPushErrorHandler(CPLQuietErrorHandler);
+  GDALSetCacheMax64(kGdalCacheBytes);
+  CPLSetConfigOption("GDAL_PAM_ENABLED", "NO");
 }
 
 void ShowProgress(unsigned long done, unsigned long total) {
@@ -246,11 +279,7 @@ int RunCorrect(const CorrectRequest& request) {
           throw CommandError{kBadMatrix, error.what()};
         }
 
-        GDALAllRegister();
-        CPLPushErrorHandler(CPLQuietErrorHandler);
-        GDALSetCacheMax64(kGdalCacheBytes);
-        // Everything the output says is in its own files: no .aux.xml beside them.
-        CPLSetConfigOption("GDAL_PAM_ENABLED", "NO");
+        PrepareGdal();
         const CubeReader input(request.input);
         const BandImageDataFormat& format = input.Format();
         const unsigned long bands = format.GetNrOfBands();
@@ -279,7 +308,15 @@ int RunCorrect(const CorrectRequest& request) {
                                      : std::max(1u, std::thread::hardware_concurrency());
 
         StagedOutput staged(request.output);
-        Dataset output = CreateOutput(staged.Path(), request.format, input, matrix);
+        std::vector<double> wavelengths;
+        std::vector<double> widths;
+        for (const auto& band : matrix.virtual_bands) {
+          wavelengths.push_back(band.wavelength_nm);
+          widths.push_back(band.fwhm_nm);
+        }
+        Dataset output =
+            CreateOutput(staged.Path(), request.format, format.width, format.height, wavelengths,
+                         widths, "corrected by matrix " + matrix.name, &input);
         std::vector<unsigned char> samples;
         std::vector<float> corrected;
         const bool show = ::isatty(STDERR_FILENO) != 0;
@@ -342,32 +379,12 @@ int RunCorrect(const CorrectRequest& request) {
               std::rethrow_exception(failure);
             }
           }
-          const auto pixel_space = static_cast<GSpacing>(sizeof(float) * virtual_bands);
-          if (output->RasterIO(GF_Write, 0, static_cast<int>(first), static_cast<int>(format.width),
-                               static_cast<int>(count), corrected.data(),
-                               static_cast<int>(format.width), static_cast<int>(count), GDT_Float32,
-                               static_cast<int>(virtual_bands), nullptr, pixel_space,
-                               pixel_space * static_cast<GSpacing>(format.width), sizeof(float),
-                               nullptr) != CE_None) {
-            throw CommandError{
-                kNotWritten, "cannot write " + request.output + " (" + CPLGetLastErrorMsg() + ")"};
-          }
+          WriteLines(*output, first, count, corrected.data(), request.output);
           if (show) {
             ShowProgress(first + count, format.height);
           }
         }
-        CPLErrorReset();
-        output->FlushCache();
-        output.reset();
-        if (CPLGetLastErrorType() >= CE_Failure) {
-          throw CommandError{kNotWritten,
-                             "cannot write " + request.output + " (" + CPLGetLastErrorMsg() + ")"};
-        }
-        try {
-          staged.Commit();
-        } catch (const std::exception& error) {
-          throw CommandError{kNotWritten, "cannot write " + request.output + ": " + error.what()};
-        }
+        Finish(output, staged, request.output);
 
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -396,6 +413,81 @@ int RunCorrect(const CorrectRequest& request) {
         return static_cast<int>(kOk);
       },
       "the cube can't be corrected");
+}
+
+int RunCube(const CubeRequest& request) {
+  return RunCommand(
+      [&] {
+        hyperspectral::SensorCalibration calibration;
+        ReadRecord(calibration, request.calibration, "sensor_calibration", "calibration");
+        std::unique_ptr<hyperspectral::RawFrameAssembler> assembler;
+        try {
+          assembler = std::make_unique<hyperspectral::RawFrameAssembler>(calibration.filter_info);
+        } catch (const std::invalid_argument& error) {
+          throw CommandError{kErrors, request.calibration + ": " + error.what()};
+        }
+        PrepareGdal();
+        unsigned long frame_width = 0;
+        unsigned long frame_height = 0;
+        unsigned long width = 0;
+        unsigned long lines_per_frame = 0;
+        std::vector<std::unique_ptr<CubeReader>> frames;
+        for (const std::string& path : request.frames) {
+          frames.push_back(std::make_unique<CubeReader>(path));
+          const BandImageDataFormat& format = frames.back()->Format();
+          if (format.GetNrOfBands() != 1) {
+            throw CommandError{kBadImage, path + ": a raw frame has one band, this file " +
+                                              std::to_string(format.GetNrOfBands())};
+          }
+          if (frames.size() == 1) {
+            frame_width = format.width;
+            frame_height = format.height;
+            width = assembler->GetCubeWidth(frame_width, frame_height);
+            lines_per_frame = assembler->GetCubeLines(frame_width, frame_height);
+            if (width == 0 || lines_per_frame == 0) {
+              throw CommandError{kBadImage, path + ": a frame of " + std::to_string(frame_width) +
+                                                " x " + std::to_string(frame_height) +
+                                                " pixels holds no whole cube pixel of the "
+                                                "calibration's zones"};
+            }
+          } else if (format.width != frame_width || format.height != frame_height) {
+            throw CommandError{kBadImage, path + " is not of the first frame's size"};
+          }
+        }
+        const unsigned long bands = assembler->GetBandCount();
+        StagedOutput staged(request.output);
+        Dataset output = CreateOutput(staged.Path(), request.format, width,
+                                      lines_per_frame * frames.size(), assembler->GetWavelengths(),
+                                      assembler->GetFwhms(), "assembled from raw frames", nullptr);
+        std::vector<unsigned char> samples;
+        std::vector<float> lines(width * lines_per_frame * bands);
+        for (std::size_t f = 0; f < frames.size(); ++f) {
+          const BandImageDataFormat& format = frames[f]->Format();
+          samples.resize(frame_width * frame_height * format.element_size);
+          const auto size = static_cast<long long>(format.element_size);
+          frames[f]->ReadLines(0, frame_height, samples.data(), size,
+                               size * static_cast<long long>(frame_width), 0);
+          assembler->Assemble(samples.data(), format.data_type, frame_width, frame_height,
+                              lines.data());
+          WriteLines(*output, f * lines_per_frame, lines_per_frame, lines.data(), request.output);
+        }
+        Finish(output, staged, request.output);
+        std::cerr << "cube: " << frames.size() << " frame(s) of " << frame_width << " x "
+                  << frame_height << " pixels to " << width << " x "
+                  << lines_per_frame * frames.size() << " pixels of " << bands << " bands\n";
+        if (request.json) {
+          std::cout << nlohmann::json{{"calibration", request.calibration},
+                                      {"frames", request.frames},
+                                      {"output", request.output},
+                                      {"pixels", width},
+                                      {"lines", lines_per_frame * frames.size()},
+                                      {"bands", bands}}
+                           .dump(2)
+                    << '\n';
+        }
+        return static_cast<int>(kOk);
+      },
+      "the frames can't be assembled");
 }
 
 }  // namespace kelto::tools

@@ -333,6 +333,23 @@ int main(int argc, char** argv) {
   correct_command->add_option("--format", correct.format, "output format")
       ->check(CLI::IsMember({"ENVI", "GTiff"}));
   correct_command->add_flag("--json", correct.json, "print the summary as JSON on standard output");
+  CubeRequest cube;
+  CLI::App* cube_command = app.add_subcommand(
+      "cube",
+      "Assemble raw sensor frames (one band each, 8 to 16 bit, PGM, TIFF, ENVI or any format GDAL "
+      "reads) into a float32 cube OUT of one band per calibration band, in the band numbering of "
+      "the correction matrices, with each band's wavelength and FWHM (its first peak). A mosaic "
+      "gives one cube pixel per repetition of its pattern, tiles one per position in a tile; a "
+      "frame of a wedge gives one cube line (each band the mean of its stripe of rows), and "
+      "frames are stacked in the order given: registering bands that saw different ground lines "
+      "is left to the caller. All zones must share one spatial grid.");
+  cube_command->add_option("CALIBRATION", cube.calibration, "the sensor_calibration file")
+      ->required();
+  cube_command->add_option("RAW", cube.frames, "the raw frames")->required();
+  cube_command->add_option("-o,--output", cube.output, "the cube written")->required();
+  cube_command->add_option("--format", cube.format, "output format")
+      ->check(CLI::IsMember({"ENVI", "GTiff"}));
+  cube_command->add_flag("--json", cube.json, "print the summary as JSON on standard output");
   app.footer(kExitCodes);
   for (CLI::App* command : app.get_subcommands([](CLI::App*) { return true; })) {
     command->footer(kExitCodes);
@@ -350,6 +367,9 @@ int main(int argc, char** argv) {
     }
     if (correct_command->parsed()) {
       return RunCorrect(correct);
+    }
+    if (cube_command->parsed()) {
+      return RunCube(cube);
     }
     if (matrix->parsed()) {
       analysis.all_bands = mask == "all";

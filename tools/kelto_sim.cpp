@@ -53,7 +53,9 @@ void WriteScenes(const std::string& directory) {
   kelto::common::filesystem::CreateDirectories(directory);
   for (const auto& calibration : CalibrationSimulator::Samples()) {
     const std::string stem = (Path(directory) / calibration.GetTypeName()).ToString();
-    SceneSimulator(calibration).WriteEnvi(stem);
+    const SceneSimulator scene(calibration);
+    scene.WriteEnvi(stem);
+    scene.WriteRawFrames(stem);
     std::cout << stem << ".hdr\n" << stem << ".raw\n";
   }
 }

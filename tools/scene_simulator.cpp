@@ -50,7 +50,12 @@ SceneSimulator::SceneSimulator(const hyperspectral::SensorCalibration& calibrati
         throw std::invalid_argument("scene: every band needs a measured response and a peak");
       }
       bands_.push_back(&band);
+      pattern_positions_.push_back(band.pattern_position_index);
     }
+  }
+  if (zones.size() == 1 && zones.front().filter_layout() == hyperspectral::FilterZone::MOSAIC) {
+    pattern_width_ = zones.front().pattern_width;
+    pattern_height_ = zones.front().pattern_height;
   }
   const int half = (kSize - 2 * kBorder) / 2;
   patches_ = {{"vegetation", kBorder, kBorder, half, half},
@@ -184,6 +189,60 @@ void SceneSimulator::WriteEnvi(const std::string& stem) const {
   // The data before its header: a header found always describes complete data.
   raw_file.Commit();
   header_file.Commit();
+}
+
+void SceneSimulator::WriteRawFrames(const std::string& stem) const {
+  if (pattern_width_ == 0 || pattern_height_ == 0) {
+    return;
+  }
+  // The white target reaches about 60000 counts in the band that sees most of it; the dark
+  // offset differs a little from one pattern position to the next, as on a real chip.
+  const std::vector<double> areas = ResponseAreas();
+  const double gain = 60000.0 / *std::max_element(areas.begin(), areas.end());
+  std::vector<std::size_t> band_at(pattern_width_ * pattern_height_, 0);
+  for (std::size_t b = 0; b < bands_.size(); ++b) {
+    band_at[pattern_positions_[b]] = b;
+  }
+  std::vector<std::vector<double>> signals;
+  for (const Patch& patch : patches_) {
+    signals.push_back(BandValues(patch.name));
+  }
+  const auto dark = [](unsigned long position) { return 60.0 + static_cast<double>(position); };
+  const unsigned long width = kSize * pattern_width_;
+  const unsigned long height = kSize * pattern_height_;
+  const auto write = [&](const std::string& name, auto signal) {
+    PendingFile file(stem + "-" + name + ".pgm");
+    std::ofstream out(file.Path(), std::ios::binary | std::ios::trunc);
+    out << "P5\n" << width << ' ' << height << "\n65535\n";
+    for (unsigned long y = 0; y < height; ++y) {
+      for (unsigned long x = 0; x < width; ++x) {
+        const unsigned long position = (y % pattern_height_) * pattern_width_ + x % pattern_width_;
+        const double value =
+            dark(position) + signal(band_at[position], static_cast<int>(x / pattern_width_),
+                                    static_cast<int>(y / pattern_height_));
+        const auto count = static_cast<unsigned short>(std::lround(value));
+        // 16-bit PGM samples are big endian.
+        const char bytes[2] = {static_cast<char>(count >> 8), static_cast<char>(count & 0xFF)};
+        out.write(bytes, 2);
+      }
+    }
+    out.close();
+    if (!out) {
+      throw std::runtime_error("scene: cannot write " + file.Path());
+    }
+    file.Commit();
+  };
+  write("raw", [&](std::size_t b, int x, int y) {
+    for (std::size_t p = 0; p < patches_.size(); ++p) {
+      const Patch& patch = patches_[p];
+      if (x >= patch.x && x < patch.x + patch.width && y >= patch.y && y < patch.y + patch.height) {
+        return gain * signals[p][b] / scale_;
+      }
+    }
+    return 0.0;
+  });
+  write("dark", [](std::size_t, int, int) { return 0.0; });
+  write("white", [&](std::size_t b, int, int) { return gain * areas[b]; });
 }
 
 }  // namespace kelto::tools

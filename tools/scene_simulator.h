@@ -49,6 +49,12 @@ class SceneSimulator {
   // "reflectance scale factor", "wavelength" and "fwhm" of the bands' main peaks), each under a
   // temporary name first. Band sequential, or band interleaved by line for a line-scan sensor.
   void WriteEnvi(const std::string& stem) const;
+  // For a calibration of one mosaic zone: the scene as the sensor records it, a raw frame of one
+  // pattern repetition per scene pixel (`<stem>-raw.pgm`, 16-bit PGM), with a dark frame
+  // (`<stem>-dark.pgm`, the sensor's offset, which every frame carries) and a white frame
+  // (`<stem>-white.pgm`, a white target filling the view). The border of the scene is black.
+  // Does nothing for other calibrations.
+  void WriteRawFrames(const std::string& stem) const;
 
  private:
   std::vector<const hyperspectral::FilterZone::BandInfo*> bands_;
@@ -56,7 +62,12 @@ class SceneSimulator {
   std::vector<double> optics_;  // transmission of the optics in front of the sensor
   std::vector<Patch> patches_;
   double scale_ = 1.0;
-  bool line_scan_ = false;  // every zone a wedge: a frame holds one line of the scene
+  bool line_scan_ = false;
+  // The pattern of a calibration of one mosaic zone, and each band's place in it.
+  unsigned long pattern_width_ = 0;
+  unsigned long pattern_height_ = 0;
+  std::vector<unsigned long>
+      pattern_positions_;  // every zone a wedge: a frame holds one line of the scene
 };
 
 }  // namespace kelto::tools
