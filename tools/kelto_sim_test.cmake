@@ -99,10 +99,14 @@ file(GLOB calibrations RELATIVE ${WORK_DIR}/calibrations ${WORK_DIR}/calibration
 string(REPLACE ".xml" ".hdr" expected "${calibrations}")
 string(REPLACE ".xml" ".raw" expected_data "${calibrations}")
 list(APPEND expected ${expected_data})
+# The mosaics' raw, dark and white frames.
+foreach(mosaic TEM480-MZT4x4-1100_1700 VKR9-MZT4x4-470_620 VKR9-MZT5x5-600_1000)
+  list(APPEND expected ${mosaic}-raw.pgm ${mosaic}-dark.pgm ${mosaic}-white.pgm)
+endforeach()
 list(SORT expected)
 if(NOT made STREQUAL expected)
-  message(FATAL_ERROR "scene: wrote [${made}], expected a .hdr and a .raw per calibration, "
-                      "[${expected}], and nothing else")
+  message(FATAL_ERROR "scene: wrote [${made}], expected a .hdr and a .raw per calibration and "
+                      "the mosaics' frames, [${expected}], and nothing else")
 endif()
 
 # The wedge's scene is the cube 64 frames of its line scan assemble: 64 lines of 64 pixels in
