@@ -2,22 +2,7 @@
 # the matrix judged on its simulated scene, and on broken calibrations, parameters and outputs.
 # Inputs: KELTO_HSI, KELTO_SIM, DATA_DIR, RESOURCE_DIR, WORK_DIR.
 
-function(run program expected_code out_var)
-  cmake_parse_arguments(ARG "" "" "ARGS;CONTAINS" ${ARGN})
-  execute_process(COMMAND ${program} ${ARG_ARGS}
-                  RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err TIMEOUT 120)
-  if(NOT code EQUAL expected_code)
-    message(FATAL_ERROR "${program} ${ARG_ARGS}: exit ${code}, expected ${expected_code}\n"
-                        "${out}\n${err}")
-  endif()
-  foreach(text IN LISTS ARG_CONTAINS)
-    string(FIND "${out}${err}" "${text}" at)
-    if(at EQUAL -1)
-      message(FATAL_ERROR "${program} ${ARG_ARGS}: output lacks \"${text}\"\n${out}\n${err}")
-    endif()
-  endforeach()
-  set(${out_var} "${out}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/cli_test_support.cmake)
 
 # A JSON number in percent as a whole number of thousandths, for integer comparisons.
 function(thousandths value out_var)

@@ -1,21 +1,22 @@
 # Runs `kelto-hsi correct` as a user would on the sample scene, and on what it must refuse.
 # Inputs: KELTO_HSI, DATA_DIR, WORK_DIR.
 
-function(run expected_code out_var)
-  cmake_parse_arguments(ARG "" "" "ARGS;CONTAINS" ${ARGN})
-  execute_process(COMMAND ${KELTO_HSI} ${ARG_ARGS}
-                  RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err TIMEOUT 60)
-  if(NOT code EQUAL expected_code)
-    message(FATAL_ERROR "kelto-hsi ${ARG_ARGS}: exit ${code}, expected ${expected_code}\n"
-                        "${out}\n${err}")
+include(${CMAKE_CURRENT_LIST_DIR}/cli_test_support.cmake)
+
+# The spectrum of the grey patch (reflectance 0.30) in a cube, checked band by band.
+function(expect_grey cube low high)
+  run(${KELTO_HSI} 0 out ARGS spectrum ${calibration} ${cube} --pixel 46,46 --raw)
+  string(REGEX MATCHALL "\n[0-9.]+,[0-9.]+" rows "${out}")
+  list(LENGTH rows count)
+  if(NOT count EQUAL 16)
+    message(FATAL_ERROR "the grey patch of ${cube} has ${count} values:\n${out}")
   endif()
-  foreach(text IN LISTS ARG_CONTAINS)
-    string(FIND "${out}${err}" "${text}" at)
-    if(at EQUAL -1)
-      message(FATAL_ERROR "kelto-hsi ${ARG_ARGS}: output lacks \"${text}\"\n${out}\n${err}")
+  foreach(row IN LISTS rows)
+    string(REGEX REPLACE "^\n[0-9.]+," "" value "${row}")
+    if(value LESS low OR value GREATER high)
+      message(FATAL_ERROR "the grey patch of ${cube} holds ${value}:\n${out}")
     endif()
   endforeach()
-  set(${out_var} "${out}" PARENT_SCOPE)
 endfunction()
 
 file(REMOVE_RECURSE ${WORK_DIR})
@@ -23,10 +24,10 @@ file(MAKE_DIRECTORY ${WORK_DIR})
 set(scene ${DATA_DIR}/scene/VKR9-MZT4x4-470_620.hdr)
 set(calibration ${WORK_DIR}/calibration.xml)
 # The scene is lit by a flat unit illumination: an irradiance matrix gives its reflectance.
-run(0 out ARGS matrix ${DATA_DIR}/calibrations/VKR9-MZT4x4-470_620.xml --name irradiance
+run(${KELTO_HSI} 0 out ARGS matrix ${DATA_DIR}/calibrations/VKR9-MZT4x4-470_620.xml --name irradiance
     --type irradiance -o ${calibration})
 
-run(0 out ARGS correct ${calibration} ${scene} --matrix irradiance -o ${WORK_DIR}/whole.img --json)
+run(${KELTO_HSI} 0 out ARGS correct ${calibration} ${scene} --matrix irradiance -o ${WORK_DIR}/whole.img --json)
 string(JSON virtual_bands GET "${out}" virtual_bands)
 if(NOT virtual_bands EQUAL 16)
   message(FATAL_ERROR "correct: ${virtual_bands} virtual bands\n${out}")
@@ -45,64 +46,53 @@ if(leftovers)
 endif()
 
 # Read back: the grey patch (reflectance 0.30) in every virtual band, the border without data.
-run(0 out ARGS spectrum ${calibration} ${WORK_DIR}/whole.img --pixel 46,46 --raw)
-string(REGEX MATCHALL "\n[0-9.]+,[0-9.]+" rows "${out}")
-list(LENGTH rows count)
-if(NOT count EQUAL 16)
-  message(FATAL_ERROR "the corrected grey patch has ${count} values:\n${out}")
-endif()
-foreach(row IN LISTS rows)
-  string(REGEX REPLACE "^\n[0-9.]+," "" value "${row}")
-  if(value LESS 0.27 OR value GREATER 0.33)
-    message(FATAL_ERROR "the corrected grey patch holds ${value}:\n${out}")
-  endif()
-endforeach()
-run(0 out ARGS spectrum ${calibration} ${WORK_DIR}/whole.img --pixel 0,0 --raw CONTAINS "nan")
+expect_grey(${WORK_DIR}/whole.img 0.27 0.33)
+run(${KELTO_HSI} 0 out ARGS spectrum ${calibration} ${WORK_DIR}/whole.img --pixel 0,0 --raw CONTAINS "nan")
 
 # Small blocks on three threads, and GeoTIFF, give the same values.
-run(0 out ARGS correct ${calibration} ${scene} --matrix irradiance -o ${WORK_DIR}/blocks.img
+run(${KELTO_HSI} 0 out ARGS correct ${calibration} ${scene} --matrix irradiance -o ${WORK_DIR}/blocks.img
     --block-lines 5 --threads 3)
 file(SHA256 ${WORK_DIR}/whole.img whole)
 file(SHA256 ${WORK_DIR}/blocks.img blocks)
 if(NOT whole STREQUAL blocks)
   message(FATAL_ERROR "blocks of 5 lines on 3 threads give another cube than one block")
 endif()
-run(0 out ARGS correct ${calibration} ${scene} --matrix irradiance -o ${WORK_DIR}/whole.tif
+run(${KELTO_HSI} 0 out ARGS correct ${calibration} ${scene} --matrix irradiance -o ${WORK_DIR}/whole.tif
     --format GTiff)
-run(0 tif ARGS spectrum ${calibration} ${WORK_DIR}/whole.tif --pixel 20,20 --raw)
-run(0 img ARGS spectrum ${calibration} ${WORK_DIR}/whole.img --pixel 20,20 --raw)
+run(${KELTO_HSI} 0 tif ARGS spectrum ${calibration} ${WORK_DIR}/whole.tif --pixel 20,20 --raw)
+run(${KELTO_HSI} 0 img ARGS spectrum ${calibration} ${WORK_DIR}/whole.img --pixel 20,20 --raw)
 if(NOT tif STREQUAL img)
   message(FATAL_ERROR "GeoTIFF and ENVI outputs differ:\n${tif}\n${img}")
 endif()
 
 # Refusals, each leaving nothing behind.
-run(8 out ARGS correct ${calibration} ${scene} --matrix nope -o ${WORK_DIR}/x.img
+run(${KELTO_HSI} 8 out ARGS correct ${calibration} ${scene} --matrix nope -o ${WORK_DIR}/x.img
     CONTAINS "has no correction matrix \"nope\"")
-run(8 out ARGS correct ${DATA_DIR}/calibrations/VKR9-MZT5x5-600_1000.xml ${scene}
+run(${KELTO_HSI} 8 out ARGS correct ${DATA_DIR}/calibrations/VKR9-MZT5x5-600_1000.xml ${scene}
     -o ${WORK_DIR}/x.img CONTAINS "weighs 25 bands")
-run(4 out ARGS correct ${calibration} ${WORK_DIR}/absent.hdr -o ${WORK_DIR}/x.img
+run(${KELTO_HSI} 4 out ARGS correct ${calibration} ${WORK_DIR}/absent.hdr -o ${WORK_DIR}/x.img
     CONTAINS "absent.hdr")
-run(3 out ARGS correct ${DATA_DIR}/sensor_info_vkr9.xml ${scene} -o ${WORK_DIR}/x.img
+run(${KELTO_HSI} 3 out ARGS correct ${DATA_DIR}/sensor_info_vkr9.xml ${scene} -o ${WORK_DIR}/x.img
     CONTAINS "holds a \"sensor_info\"")
-run(10 out ARGS correct ${calibration} ${scene} --matrix irradiance -o ${WORK_DIR}/no/x.img
+run(${KELTO_HSI} 10 out ARGS correct ${calibration} ${scene} --matrix irradiance -o ${WORK_DIR}/no/x.img
     CONTAINS "cannot write")
-run(64 out ARGS correct ${calibration} ${scene} -o ${WORK_DIR}/x.img --dark ${scene}
+run(${KELTO_HSI} 64 out ARGS correct ${calibration} ${scene} -o ${WORK_DIR}/x.img --dark ${scene}
     CONTAINS "both --dark and --white")
-run(64 out ARGS correct ${calibration} ${scene} -o ${WORK_DIR}/x.img --format PNG)
+run(${KELTO_HSI} 64 out ARGS correct ${calibration} ${scene} -o ${WORK_DIR}/x.img --format PNG)
 file(GLOB leftovers ${WORK_DIR}/x.* ${WORK_DIR}/.* ${WORK_DIR}/no)
 if(leftovers)
   message(FATAL_ERROR "a refused correction left ${leftovers}")
 endif()
 
 # The scene as its own dark and white: white - dark is 0 in every band, so no pixel has a value.
-run(0 out ARGS correct ${calibration} ${scene} --matrix true_peaks -o ${WORK_DIR}/ones.img
+run(${KELTO_HSI} 0 out ARGS correct ${calibration} ${scene} --matrix true_peaks -o ${WORK_DIR}/ones.img
     --dark ${scene} --white ${scene})
-run(0 out ARGS spectrum ${calibration} ${WORK_DIR}/ones.img --pixel 46,46 --raw CONTAINS "nan")
+run(${KELTO_HSI} 0 out ARGS spectrum ${calibration} ${WORK_DIR}/ones.img --pixel 46,46 --raw CONTAINS "nan")
 
 # The real road: raw frames of the mosaic to cubes, dark and white to reflectance, corrected.
 set(frames ${DATA_DIR}/scene/VKR9-MZT4x4-470_620)
 foreach(frame raw dark white)
-  run(0 out ARGS cube ${calibration} ${frames}-${frame}.pgm -o ${WORK_DIR}/${frame}.img --json)
+  run(${KELTO_HSI} 0 out ARGS cube ${calibration} ${frames}-${frame}.pgm -o ${WORK_DIR}/${frame}.img --json)
   string(JSON pixels GET "${out}" pixels)
   string(JSON lines GET "${out}" lines)
   string(JSON bands GET "${out}" bands)
@@ -110,31 +100,20 @@ foreach(frame raw dark white)
     message(FATAL_ERROR "cube of the ${frame} frame: ${pixels} x ${lines} x ${bands}\n${out}")
   endif()
 endforeach()
-run(0 out ARGS matrix ${calibration} --name measured -o ${calibration})
-run(0 out ARGS correct ${calibration} ${WORK_DIR}/raw.img --matrix measured
+run(${KELTO_HSI} 0 out ARGS matrix ${calibration} --name measured -o ${calibration})
+run(${KELTO_HSI} 0 out ARGS correct ${calibration} ${WORK_DIR}/raw.img --matrix measured
     --dark ${WORK_DIR}/dark.img --white ${WORK_DIR}/white.img -o ${WORK_DIR}/reflectance.img)
-run(0 out ARGS spectrum ${calibration} ${WORK_DIR}/reflectance.img --pixel 46,46 --raw)
-string(REGEX MATCHALL "\n[0-9.]+,[0-9.]+" rows "${out}")
-list(LENGTH rows count)
-if(NOT count EQUAL 16)
-  message(FATAL_ERROR "the reflectance of the grey patch has ${count} values:\n${out}")
-endif()
-foreach(row IN LISTS rows)
-  string(REGEX REPLACE "^\n[0-9.]+," "" value "${row}")
-  if(value LESS 0.29 OR value GREATER 0.31)
-    message(FATAL_ERROR "the reflectance of the grey patch holds ${value}:\n${out}")
-  endif()
-endforeach()
+expect_grey(${WORK_DIR}/reflectance.img 0.29 0.31)
 # Two frames stack; a frame that holds no whole stripe of the wedge's zones is refused.
-run(0 out ARGS cube ${calibration} ${frames}-raw.pgm ${frames}-raw.pgm -o ${WORK_DIR}/two.img
+run(${KELTO_HSI} 0 out ARGS cube ${calibration} ${frames}-raw.pgm ${frames}-raw.pgm -o ${WORK_DIR}/two.img
     --json)
 string(JSON lines GET "${out}" lines)
 if(NOT lines EQUAL 128)
   message(FATAL_ERROR "two frames stacked give ${lines} lines")
 endif()
-run(4 out ARGS cube ${DATA_DIR}/calibrations/VKR9-QL150-470_900.xml ${frames}-raw.pgm
+run(${KELTO_HSI} 4 out ARGS cube ${DATA_DIR}/calibrations/VKR9-QL150-470_900.xml ${frames}-raw.pgm
     -o ${WORK_DIR}/wedge.img CONTAINS "holds no whole cube pixel")
-run(4 out ARGS cube ${calibration} ${scene} -o ${WORK_DIR}/wedge.img
+run(${KELTO_HSI} 4 out ARGS cube ${calibration} ${scene} -o ${WORK_DIR}/wedge.img
     CONTAINS "a raw frame has one band")
 if(EXISTS ${WORK_DIR}/wedge.img)
   message(FATAL_ERROR "a refused cube left its output")
