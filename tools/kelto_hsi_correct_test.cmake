@@ -118,3 +118,15 @@ run(${KELTO_HSI} 4 out ARGS cube ${calibration} ${scene} -o ${WORK_DIR}/wedge.im
 if(EXISTS ${WORK_DIR}/wedge.img)
   message(FATAL_ERROR "a refused cube left its output")
 endif()
+
+# The georeferencing of the input goes to the output.
+file(READ ${scene} header)
+file(WRITE ${WORK_DIR}/mapped.hdr
+     "${header}map info = {UTM, 1, 1, 500000, 4000000, 30, 30, 32, North, WGS-84}\n")
+file(COPY_FILE ${DATA_DIR}/scene/VKR9-MZT4x4-470_620.raw ${WORK_DIR}/mapped.raw)
+run(${KELTO_HSI} 0 out ARGS correct ${calibration} ${WORK_DIR}/mapped.hdr --matrix irradiance
+    -o ${WORK_DIR}/mapped_out.img)
+file(READ ${WORK_DIR}/mapped_out.hdr header)
+if(NOT header MATCHES "map info = {UTM, 1, 1, 500000, 4000000, 30, 30, 32, North")
+  message(FATAL_ERROR "the corrected cube lost the input's georeferencing:\n${header}")
+endif()
