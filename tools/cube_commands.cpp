@@ -1,5 +1,6 @@
 #include "cube_commands.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cpl_conv.h>
@@ -9,11 +10,13 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <iomanip>
 #include <limits>
+#include <mutex>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -32,7 +35,7 @@ using hyperspectral::CorrectionMatrix;
 
 // GDAL keeps at most this much of the files in its own cache, so that the memory of a run is the
 // blocks in flight and this, whatever the cube's size.
-constexpr long long kGdalCacheBytes = 16ll << 20;
+constexpr long long kGdalCacheBytes = 8ll << 20;
 constexpr unsigned long kBlockBytes = 8ul << 20;
 
 // The files of an output, made in a directory of their own beside the target and moved to the
@@ -229,14 +232,106 @@ void WriteLines(GDALDataset& dataset, unsigned long first, unsigned long count, 
   }
 }
 
-// Closes the output and moves it into place; the closing flushes, so its errors count.
-void Finish(Dataset& output, StagedOutput& staged, const std::string& path) {
+// Reads lines [first, first + count) of a raw ENVI cube with plain file reads into buffer, in the
+// file's own layout: one read for a cube by pixel or by line, one per band for a band sequential
+// one. Safe to call from several threads at once.
+BlockCorrector::Samples ReadRawBlock(const CubeReader& reader, unsigned long first,
+                                     unsigned long count, std::vector<unsigned char>& buffer) {
+  const CubeReader::RawLayout& layout = *reader.GetRawLayout();
+  const BandImageDataFormat& format = reader.Format();
+  const unsigned long bands = format.GetNrOfBands();
+  const bool sequential = layout.band_stride > layout.line_stride;
+  const auto run = static_cast<std::size_t>(layout.line_stride) * count;
+  buffer.resize(sequential ? run * bands : run);
+  const int file = ::open(layout.data_file.c_str(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) {
+    throw CubeError(CubeError::kCannotOpen, layout.data_file + ": cannot be read");
+  }
+  bool complete = true;
+  for (unsigned long b = 0; b < (sequential ? bands : 1); ++b) {
+    const long long at = layout.offset + static_cast<long long>(b) * layout.band_stride +
+                         static_cast<long long>(first) * layout.line_stride;
+    std::size_t got = 0;
+    while (got < run) {
+      const ssize_t n = ::pread(file, buffer.data() + b * run + got, run - got,
+                                static_cast<off_t>(at) + static_cast<off_t>(got));
+      if (n <= 0) {
+        complete = false;
+        break;
+      }
+      got += static_cast<std::size_t>(n);
+    }
+  }
+  ::close(file);
+  if (!complete) {
+    throw CubeError(CubeError::kSizeMismatch, layout.data_file + ": the samples can't be read");
+  }
+  BlockCorrector::Samples samples;
+  samples.data = buffer.data();
+  samples.sample_type = format.data_type;
+  samples.pixel_stride = layout.pixel_stride;
+  samples.line_stride = layout.line_stride;
+  samples.band_stride = sequential ? static_cast<std::ptrdiff_t>(run) : layout.band_stride;
+  samples.pixels = format.width;
+  samples.lines = count;
+  samples.bands = bands;
+  return samples;
+}
+
+// The data file of an output, written at given places by any number of threads.
+class FileWriter {
+ public:
+  FileWriter(const std::string& path, std::size_t size)
+      : path_(path), file_(::open(path.c_str(), O_WRONLY | O_CLOEXEC)) {
+    if (file_ < 0 || ::ftruncate(file_, static_cast<off_t>(size)) != 0) {
+      throw CommandError{kNotWritten, "cannot write " + path};
+    }
+  }
+  ~FileWriter() {
+    if (file_ >= 0) {
+      ::close(file_);
+    }
+  }
+  FileWriter(FileWriter const&) = delete;
+  FileWriter& operator=(FileWriter const&) = delete;
+
+  void Write(std::size_t at, const void* data, std::size_t size) const {
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    std::size_t done = 0;
+    while (done < size) {
+      const ssize_t n = ::pwrite(file_, bytes + done, size - done, static_cast<off_t>(at + done));
+      if (n <= 0) {
+        throw CommandError{kNotWritten, "cannot write " + path_ + " (the disk may be full)"};
+      }
+      done += static_cast<std::size_t>(n);
+    }
+  }
+  void Close(const std::string& target) {
+    const int file = file_;
+    file_ = -1;
+    if (::close(file) != 0) {
+      throw CommandError{kNotWritten, "cannot write " + target};
+    }
+  }
+
+ private:
+  std::string path_;
+  int file_;
+};
+
+// Closes a dataset that GDAL wrote, so that its errors count.
+void CloseOutput(Dataset& output, const std::string& path) {
   CPLErrorReset();
   output->FlushCache();
   output.reset();
   if (CPLGetLastErrorType() >= CE_Failure) {
     throw CommandError{kNotWritten, "cannot write " + path + " (" + CPLGetLastErrorMsg() + ")"};
   }
+}
+
+// Closes the output and moves it into place; the closing flushes, so its errors count.
+void Finish(Dataset& output, StagedOutput& staged, const std::string& path) {
+  CloseOutput(output, path);
   try {
     staged.Commit();
   } catch (const std::exception& error) {
@@ -317,74 +412,91 @@ int RunCorrect(const CorrectRequest& request) {
         Dataset output =
             CreateOutput(staged.Path(), request.format, format.width, format.height, wavelengths,
                          widths, "corrected by matrix " + matrix.name, &input);
-        std::vector<unsigned char> samples;
-        std::vector<float> corrected;
-        const bool show = ::isatty(STDERR_FILENO) != 0;
-        for (unsigned long first = 0; first < format.height; first += block_lines) {
-          const unsigned long count = std::min(block_lines, format.height - first);
-          const auto block = ReadBlock(input, first, count, samples);
-          if (reflectance) {
-            for (ReferenceCube* reference : {&dark, &white}) {
-              if (reference->reader) {
-                reference->reference.block =
-                    ReadBlock(*reference->reader, first, count, reference->block);
-              }
-            }
-          }
-          corrected.resize(format.width * count * virtual_bands);
-          const auto target = BlockCorrector::Target::PixelInterleaved(
-              corrected.data(), format.width, count, virtual_bands);
-          // The lines of the block in as many parts as there are threads.
-          const unsigned parts = static_cast<unsigned>(std::min<unsigned long>(threads, count));
-          std::vector<std::thread> workers;
-          std::vector<std::exception_ptr> failures(parts);
-          for (unsigned part = 0; part < parts; ++part) {
-            workers.emplace_back([&, part] {
-              const unsigned long from = count * part / parts;
-              const unsigned long to = count * (part + 1) / parts;
-              const auto slice = [&](BlockCorrector::Samples s) {
-                s.data = static_cast<const unsigned char*>(s.data) +
-                         static_cast<std::ptrdiff_t>(from) * s.line_stride;
-                s.lines = to - from;
-                return s;
-              };
-              BlockCorrector::Target out = target;
-              out.data =
-                  reinterpret_cast<float*>(reinterpret_cast<unsigned char*>(out.data) +
-                                           static_cast<std::ptrdiff_t>(from) * out.line_stride);
-              try {
-                if (reflectance) {
-                  BlockCorrector::Reference d = dark.reference;
-                  BlockCorrector::Reference w = white.reference;
-                  if (d.spectrum.empty()) {
-                    d.block = slice(d.block);
-                  }
-                  if (w.spectrum.empty()) {
-                    w.block = slice(w.block);
-                  }
-                  corrector->CorrectReflectance(slice(block), d, w, format.fill_value, out);
-                } else {
-                  corrector->Correct(slice(block), format.scale, format.fill_value, out);
-                }
-              } catch (...) {
-                failures[part] = std::current_exception();
-              }
-            });
-          }
-          for (auto& worker : workers) {
-            worker.join();
-          }
-          for (const auto& failure : failures) {
-            if (failure) {
-              std::rethrow_exception(failure);
-            }
-          }
-          WriteLines(*output, first, count, corrected.data(), request.output);
-          if (show) {
-            ShowProgress(first + count, format.height);
-          }
+        // An ENVI output is written by the threads themselves, beside the header GDAL made.
+        std::unique_ptr<FileWriter> writer;
+        if (request.format == "ENVI") {
+          CloseOutput(output, request.output);
+          writer = std::make_unique<FileWriter>(
+              staged.Path(), format.width * format.height * virtual_bands * sizeof(float));
         }
-        Finish(output, staged, request.output);
+        std::mutex gdal;  // GDAL's datasets serve one thread at a time
+        const auto read = [&](const CubeReader& reader, unsigned long first, unsigned long count,
+                              std::vector<unsigned char>& buffer) {
+          if (reader.GetRawLayout()) {
+            return ReadRawBlock(reader, first, count, buffer);
+          }
+          const std::lock_guard<std::mutex> lock(gdal);
+          return ReadBlock(reader, first, count, buffer);
+        };
+        const unsigned long blocks = (format.height + block_lines - 1) / block_lines;
+        std::atomic<unsigned long> next{0};
+        std::atomic<unsigned long> lines_done{0};
+        std::atomic<bool> failed{false};
+        std::exception_ptr failure;
+        const bool show = ::isatty(STDERR_FILENO) != 0;
+        const auto work = [&] {
+          std::vector<unsigned char> samples;
+          std::vector<unsigned char> dark_samples;
+          std::vector<unsigned char> white_samples;
+          std::vector<float> corrected;
+          try {
+            for (unsigned long k = next++; k < blocks && !failed; k = next++) {
+              const unsigned long first = k * block_lines;
+              const unsigned long count = std::min(block_lines, format.height - first);
+              const auto block = read(input, first, count, samples);
+              corrected.resize(format.width * count * virtual_bands);
+              const auto target = BlockCorrector::Target::PixelInterleaved(
+                  corrected.data(), format.width, count, virtual_bands);
+              if (reflectance) {
+                BlockCorrector::Reference d = dark.reference;
+                BlockCorrector::Reference w = white.reference;
+                if (dark.reader) {
+                  d.block = read(*dark.reader, first, count, dark_samples);
+                }
+                if (white.reader) {
+                  w.block = read(*white.reader, first, count, white_samples);
+                }
+                corrector->CorrectReflectance(block, d, w, format.fill_value, target);
+              } else {
+                corrector->Correct(block, format.scale, format.fill_value, target);
+              }
+              if (writer) {
+                writer->Write(first * format.width * virtual_bands * sizeof(float),
+                              corrected.data(), corrected.size() * sizeof(float));
+              } else {
+                const std::lock_guard<std::mutex> lock(gdal);
+                WriteLines(*output, first, count, corrected.data(), request.output);
+              }
+              const unsigned long done = lines_done += count;
+              if (show) {
+                const std::lock_guard<std::mutex> lock(gdal);
+                ShowProgress(done, format.height);
+              }
+            }
+          } catch (...) {
+            const std::lock_guard<std::mutex> lock(gdal);
+            if (!failed.exchange(true)) {
+              failure = std::current_exception();
+            }
+          }
+        };
+        std::vector<std::thread> workers;
+        for (unsigned t = 1; t < threads; ++t) {
+          workers.emplace_back(work);
+        }
+        work();
+        for (auto& worker : workers) {
+          worker.join();
+        }
+        if (failure) {
+          std::rethrow_exception(failure);
+        }
+        if (writer) {
+          writer->Close(request.output);
+          staged.Commit();
+        } else {
+          Finish(output, staged, request.output);
+        }
 
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

@@ -312,6 +312,39 @@ CubeReader::CubeReader(const std::string& named_path) : dataset_(std::make_uniqu
     format.AddBand(band);
   }
   CheckRawSize(*dataset, path_, SampleBytes(format));
+
+  // ENVI's raw layout, in little-endian order as x86-64 holds numbers.
+  const char* byte_order = dataset->GetMetadataItem("byte_order", "ENVI");
+  const char* envi_interleave = dataset->GetMetadataItem("interleave", "ENVI");
+  if (dataset->GetDriver() != nullptr &&
+      std::string(dataset->GetDriver()->GetDescription()) == "ENVI" &&
+      (byte_order == nullptr || std::string(byte_order) == "0") && envi_interleave != nullptr) {
+    char** files = dataset->GetFileList();
+    RawLayout layout;
+    layout.data_file = files != nullptr && files[0] != nullptr ? files[0] : path_;
+    CSLDestroy(files);
+    const char* header_offset = dataset->GetMetadataItem("header_offset", "ENVI");
+    double offset = 0.0;
+    if (header_offset != nullptr) {
+      common::Strings::ParseDouble(header_offset, offset);
+    }
+    layout.offset = static_cast<long long>(offset);
+    const auto size = static_cast<long long>(format.element_size);
+    const auto width = static_cast<long long>(format.width);
+    const auto bands = static_cast<long long>(format.GetNrOfBands());
+    const std::string order = envi_interleave;
+    if (order == "bip") {
+      layout = {layout.data_file, layout.offset, size * bands, size * bands * width, size};
+    } else if (order == "bil") {
+      layout = {layout.data_file, layout.offset, size, size * width * bands, size * width};
+    } else if (order == "bsq") {
+      layout = {layout.data_file, layout.offset, size, size * width,
+                size * width * static_cast<long long>(format.height)};
+    }
+    if (layout.pixel_stride != 0) {
+      raw_layout_ = layout;
+    }
+  }
 }
 
 CubeReader::~CubeReader() = default;

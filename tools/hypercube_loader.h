@@ -5,6 +5,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -44,6 +45,17 @@ class CubeReader {
                  long long line_space, long long band_space) const;
   // The same, converted to double and stored by pixel (band fastest).
   void ReadLinesAsDouble(unsigned long first, unsigned long count, double* buffer) const;
+  // An uncompressed ENVI cube in the machine's byte order: its data file, where the samples
+  // start, and the strides in bytes of a sample, a line and a band, so that a caller may read
+  // it with plain file reads. Empty for any other cube.
+  struct RawLayout {
+    std::string data_file;
+    long long offset = 0;
+    long long pixel_stride = 0;
+    long long line_stride = 0;
+    long long band_stride = 0;
+  };
+  const std::optional<RawLayout>& GetRawLayout() const { return raw_layout_; }
   // The cube's georeferencing, when it has any: the affine transform and the projection (WKT).
   bool GetGeoTransform(double transform[6]) const;
   std::string GetProjection() const;
@@ -56,6 +68,7 @@ class CubeReader {
   std::unique_ptr<Dataset> dataset_;
   std::string path_;
   datatypes::BandImageDataFormat format_;
+  std::optional<RawLayout> raw_layout_;
 };
 
 // Reads the whole cube. Samples keep their type; the storage is pixel interleaved when the file
