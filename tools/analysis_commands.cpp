@@ -10,13 +10,13 @@
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
-#include <sstream>
 #include <stdexcept>
 
 #include <kelto/hyperspectral.h>
 
 #include "exit_codes.h"
 #include "pending_file.h"
+#include "record_kinds.h"
 
 namespace kelto::tools {
 
@@ -27,8 +27,6 @@ using hyperspectral::CorrectionMatrixParameters;
 using hyperspectral::FilterZone;
 using hyperspectral::PM_SensorResponseAnalysis;
 using hyperspectral::SensorCalibration;
-using ParsingResult = XMLSerializableInterface::ParsingResult;
-using Event = ParsingResult::Event;
 
 // Ends a command with its exit code and a message for standard error.
 struct CommandError {
@@ -36,35 +34,22 @@ struct CommandError {
   std::string message;
 };
 
-std::string ProblemEvents(const ParsingResult& result) {
-  std::ostringstream text;
-  for (const Event& event : result.events()) {
-    if (event.state != ParsingResult::Ok) {
-      text << "\n  " << event.ToString();
-    }
-  }
-  return text.str();
-}
-
 // Reads a record file of the given root element: exit 3 when it can't be read or holds another
 // record, 2 when it reads with errors.
 void ReadRecord(XMLSerializableInterface& record, const std::string& path, const std::string& root,
                 const std::string& what) {
-  ParsingResult result;
-  record.ReadFile(result, path);
-  const auto start =
-      std::find_if(result.events().begin(), result.events().end(),
-                   [](const Event& event) { return event.source == Event::ReadStart; });
-  if (start == result.events().end()) {
-    throw CommandError{kUnreadable,
-                       "cannot read " + what + " " + path + ":" + ProblemEvents(result)};
-  }
-  if (start->detail != root) {
-    throw CommandError{kUnreadable,
-                       path + " holds a \"" + start->detail + "\", not a \"" + root + "\""};
-  }
-  if (result.state() == ParsingResult::Error) {
-    throw CommandError{kErrors, what + " " + path + " is in error:" + ProblemEvents(result)};
+  std::string problem;
+  const std::string article =
+      std::string("aeiou").find(what.front()) == std::string::npos ? "a " : "an ";
+  switch (ReadRecordFile(record, path, root, article + what, problem)) {
+    case RecordProblem::kNone:
+      return;
+    case RecordProblem::kUnreadable:
+      throw CommandError{kUnreadable, "cannot read " + what + " " + problem};
+    case RecordProblem::kOtherRecord:
+      throw CommandError{kUnreadable, problem};
+    case RecordProblem::kInError:
+      throw CommandError{kErrors, problem};
   }
 }
 

@@ -292,8 +292,10 @@ std::unique_ptr<datatypes::Hypercube> LoadHypercube(const std::string& named_pat
     const auto index = static_cast<std::size_t>(b);
     datatypes::HypercubeBandInfo band;
     band.name = dataset->GetRasterBand(b + 1)->GetDescription();
-    band.wavelength_nm = index < wavelengths.size() ? wavelengths[index] * factor : 0.0;
-    band.fwhm_nm = index < widths.size() ? widths[index] * factor : 0.0;
+    // NaN rather than 0 where the file has none, so that no band passes for one at 0 nm.
+    const double none = std::numeric_limits<double>::quiet_NaN();
+    band.wavelength_nm = index < wavelengths.size() ? wavelengths[index] * factor : none;
+    band.fwhm_nm = index < widths.size() ? widths[index] * factor : none;
     format.AddBand(band);
   }
 
