@@ -9,10 +9,10 @@
 // wrong arguments.
 
 #include <cstdint>
-#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -48,19 +48,27 @@ std::map<std::string, std::string> ReadHeader(const std::string& path) {
   return items;
 }
 
-double Number(const std::map<std::string, std::string>& header, const std::string& key) {
+const std::string& Text(const std::map<std::string, std::string>& header, const std::string& key) {
   const auto found = header.find(key);
   if (found == header.end()) {
     throw std::runtime_error("the header has no \"" + key + "\"");
   }
-  return std::stod(found->second);
+  return found->second;
+}
+
+double Number(const std::map<std::string, std::string>& header, const std::string& key) {
+  try {
+    return std::stod(Text(header, key));
+  } catch (const std::logic_error&) {
+    throw std::runtime_error("the header's \"" + key + "\" is not a number");
+  }
 }
 
 // The cube of the header and its data file (the header's name with .raw instead of .hdr).
 std::unique_ptr<Hypercube> LoadCube(const std::string& header_path) {
   const auto header = ReadHeader(header_path);
   // ENVI's sample type 12 is unsigned 16 bits; the library numbers sample types its own way.
-  if (Number(header, "data type") != 12 || header.at("interleave") != "bsq" ||
+  if (Number(header, "data type") != 12 || Text(header, "interleave") != "bsq" ||
       Number(header, "byte order") != 0) {
     throw std::runtime_error(header_path + ": only little-endian band-sequential uint16 cubes");
   }
@@ -74,7 +82,7 @@ std::unique_ptr<Hypercube> LoadCube(const std::string& header_path) {
   // Samples are reflectances times this factor, and this value marks a sample without data.
   format.scale = Number(header, "reflectance scale factor");
   format.fill_value = Number(header, "data ignore value");
-  std::istringstream wavelengths(header.at("wavelength").substr(1));
+  std::istringstream wavelengths(Text(header, "wavelength").substr(1));
   const auto bands = static_cast<unsigned long>(Number(header, "bands"));
   for (unsigned long b = 0; b < bands; ++b) {
     kelto::datatypes::HypercubeBandInfo band;
@@ -106,6 +114,13 @@ int main(int argc, char** argv) {
   }
   using kelto::hyperspectral::CorrectionMatrix;
   using kelto::hyperspectral::SensorCalibration;
+  kelto::hyperspectral::DataAccessor::Pixel pixel;
+  try {
+    pixel = {std::stoi(argv[3]), std::stoi(argv[4])};
+  } catch (const std::logic_error&) {
+    std::cerr << "correct_cube: X and Y are whole numbers\n";
+    return 64;
+  }
   try {
     SensorCalibration calibration;
     SensorCalibration::ParsingResult result;
@@ -130,17 +145,26 @@ int main(int argc, char** argv) {
 
     const std::unique_ptr<Hypercube> cube = LoadCube(argv[2]);
     // Band k of the cube is band number k of the calibration: the matrix weighs them by position.
-    if (matrix->virtual_bands.front().coefficients.size() != cube->GetDataFormat().GetNrOfBands()) {
-      std::cerr << "the matrix weighs another number of bands than the cube has\n";
-      return 1;
+    for (const CorrectionMatrix::VirtualBand& band : matrix->virtual_bands) {
+      if (band.coefficients.size() != cube->GetDataFormat().GetNrOfBands()) {
+        std::cerr << "the matrix weighs another number of bands than the cube has\n";
+        return 1;
+      }
     }
 
     // Image and matrix stay ours; the accessor only points at them.
     kelto::hyperspectral::DataAccessor accessor(cube.get());
     accessor.SetCorrectionMatrix(matrix);
     accessor.Start();
-    const std::vector<double> spectrum =
-        accessor.GetSpectrum({std::stoi(argv[3]), std::stoi(argv[4])});
+    // The correction does not mask the fill value: a pixel without data in one band would give
+    // numbers made from it in every virtual band.
+    for (unsigned long b = 0; b < cube->GetDataFormat().GetNrOfBands(); ++b) {
+      if (accessor.GetBand({pixel}, b).front() == cube->GetDataFormat().fill_value) {
+        std::cerr << "the pixel has no data in band " << b << '\n';
+        return 1;
+      }
+    }
+    const std::vector<double> spectrum = accessor.GetSpectrum(pixel);
     // After the start, the accessor's format describes what it hands out: the virtual bands.
     const auto& bands = accessor.GetDataFormat()->GetBands();
     std::cout << "wavelength,value\n";
