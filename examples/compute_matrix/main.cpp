@@ -7,8 +7,11 @@
 // Prints the wavelengths of the virtual bands. Exits 1 when the calibration can't be used, 64 on
 // wrong arguments.
 
+#include <filesystem>
 #include <iostream>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 
 #include <kelto/hyperspectral.h>
 
@@ -53,7 +56,18 @@ int main(int argc, char** argv) {
     std::cout << " nm\n";
 
     calibration.system_info.spectral_correction_info.correction_matrices.push_back(matrix);
-    calibration.WriteFile(argv[3]);
+    // Written beside the target and renamed when complete, so that a failed write leaves no
+    // half-written calibration under its name.
+    const std::string output = argv[3];
+    const std::string part = output + ".part";
+    try {
+      calibration.WriteFile(part);
+      std::filesystem::rename(part, output);
+    } catch (const std::exception&) {
+      std::error_code ignored;
+      std::filesystem::remove(part, ignored);
+      throw;
+    }
   } catch (const std::exception& error) {
     // Parameters a module refuses, or an output that can't be written.
     std::cerr << "compute_matrix: " << error.what() << '\n';
