@@ -199,6 +199,11 @@ file(WRITE ${broken}/matrix.xml "${matrix_text}")
 expect_run(2 ARGS check ${broken}/matrix.xml
            OUT "correction matrix \"true_peaks\": virtual band 0 has a coefficient that is not finite"
                "verdict:       errors")
+file(READ ${broken}/short.xml text)
+string(REGEX MATCH "<correction_matrix version.*</correction_matrix>" matrix_text "${text}")
+file(WRITE ${broken}/short_matrix.xml "${matrix_text}")
+expect_run(2 ARGS check ${broken}/short_matrix.xml
+           OUT "correction matrix \"true_peaks\": virtual band 1 weighs 16 bands, the first weighs 15 (and 14 more virtual bands)")
 
 # spectrum: the simulated scene read through the calibration it was simulated with.
 function(run_sim)

@@ -271,7 +271,7 @@ RecordProblem ReadRecordFile(XMLSerializableInterface& record, const std::string
   ParsingResult result;
   record.ReadFile(result, path);
   if (result.state() >= ParsingResult::Error) {
-    problem = path + ": " + what + " that can't be used; reading it reported:";
+    problem = path + " can't be used as " + what + "; reading it reported errors:";
     for (const Event& event : result.events()) {
       if (event.state != ParsingResult::Ok) {
         problem += "\n  " + event.ToString();
@@ -293,7 +293,7 @@ std::vector<std::string> MatrixProblems(const CorrectionMatrix& matrix,
                                                       : bands.front().coefficients.size();
   const std::string against = calibration != nullptr
                                   ? "the calibration has " + std::to_string(expected) + " bands"
-                                  : "the first virtual band " + std::to_string(expected);
+                                  : "the first weighs " + std::to_string(expected);
   const std::vector<double>* grid =
       calibration != nullptr ? &calibration->filter_info.calibration_info.sample_points_nm
                              : nullptr;
