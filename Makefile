@@ -1,6 +1,9 @@
 # The two commands of the README, and a few helpers around them.
-#   make demo   installs what is missing, builds, and runs the main job on the bundled sample data
-#   make test   installs what is missing, builds, and runs every test under ctest
+#   make demo       installs what is missing, builds the two tools, and runs the main job on the
+#                   bundled sample data
+#   make test       installs what is missing, builds, and runs every test under ctest but the
+#                   sanitizer builds
+#   make sanitize   the sanitizer builds of the libraries and their tests (slow); CI runs it too
 
 MAKEFLAGS  += --no-print-directory
 BUILD_DIR  ?= build
@@ -10,21 +13,33 @@ KELTO_HSI  := $(BUILD_DIR)/tools/kelto-hsi
 KELTO_SIM  := $(BUILD_DIR)/tools/kelto-sim
 SAMPLES    := hyperspectral/tests/data
 
-.PHONY: all deps configure build test demo samples bench format clean
+.PHONY: all deps configure build test sanitize demo samples bench format clean
 
 all: build
 
 deps:
 	@bash scripts/install-deps.sh
 
+CONFIGURE := cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) \
+             -DKELTO_WARNINGS_AS_ERRORS=ON >/dev/null
+
 configure: deps
-	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DKELTO_WARNINGS_AS_ERRORS=ON >/dev/null
+	@$(CONFIGURE)
 
 build: configure
 	@cmake --build $(BUILD_DIR) --parallel $(JOBS)
 
+# The ctest labels of the cases that build a sanitizer copy of the libraries of their own, as a
+# regular expression: slow, so they belong to make sanitize rather than make test.
+SANITIZER_LABELS := ^(tsan)$$
+
 test: build
-	@ctest --test-dir $(BUILD_DIR) --output-on-failure --parallel $(JOBS)
+	@ctest --test-dir $(BUILD_DIR) --output-on-failure --parallel $(JOBS) \
+	  --label-exclude '$(SANITIZER_LABELS)'
+
+sanitize: configure
+	@ctest --test-dir $(BUILD_DIR) --output-on-failure \
+	  --label-regex '$(SANITIZER_LABELS)'
 
 DEMO_DIR     := $(BUILD_DIR)/demo
 DEMO_SAMPLE  := $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml
@@ -33,8 +48,17 @@ DEMO_MATRIX  := $(DEMO_DIR)/VKR9-MZT4x4-470_620.xml
 
 # The main road on the bundled 4x4 mosaic sample: correction matrices from its measured responses,
 # then corrected spectra of its simulated scene beside the truth. Writes only under $(DEMO_DIR).
-demo: build
+# Builds no more than the two tools it runs, and keeps the compiler's progress in a log.
+demo:
+	@echo "== installing the packages the build needs, if any is missing"
+	@bash scripts/install-deps.sh
+	@echo "== configuring $(BUILD_DIR)"
+	@$(CONFIGURE)
 	@mkdir -p $(DEMO_DIR)
+	@echo "== building kelto-hsi and kelto-sim (compiler output in $(DEMO_DIR)/build.log)"
+	@cmake --build $(BUILD_DIR) --parallel $(JOBS) --target kelto-hsi kelto-sim \
+	  >$(DEMO_DIR)/build.log 2>&1 || { tail -n 40 $(DEMO_DIR)/build.log; exit 1; }
+	@echo
 	@echo "== kelto-hsi matrix: a reflectance matrix from the measured band responses of the sample"
 	@$(KELTO_HSI) matrix $(DEMO_SAMPLE) --name measured -o $(DEMO_MATRIX)
 	@echo "   and an irradiance matrix, for bands as measured"

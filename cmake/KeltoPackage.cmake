@@ -26,13 +26,15 @@ configure_file(${CMAKE_CURRENT_SOURCE_DIR}/cmake/kelto_hyperspectral.pc.in
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kelto_hyperspectral.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# The package is tested as a user meets it: installed into a scratch prefix, then found by a
-# small consumer project that is configured, built and run against it.
+# The package is tested as a user meets it: installed into a scratch prefix, then found by the
+# example programs, which are configured, built and run against it beside the installed tools.
 if(KELTO_BUILD_TESTS)
   add_test(NAME InstallAndConsume
     COMMAND ${CMAKE_COMMAND}
       -DBUILD_DIR=${CMAKE_BINARY_DIR}
-      -DSOURCE_DIR=${CMAKE_CURRENT_SOURCE_DIR}/examples/consumer
+      -DSOURCE_DIR=${CMAKE_CURRENT_SOURCE_DIR}/examples
+      -DDATA_DIR=${CMAKE_CURRENT_SOURCE_DIR}/hyperspectral/tests/data
+      -DWITH_TOOLS=${KELTO_BUILD_TOOLS}
       -DWORK_DIR=${CMAKE_BINARY_DIR}/install-and-consume
       -DGENERATOR=${CMAKE_GENERATOR}
       -P ${CMAKE_CURRENT_SOURCE_DIR}/cmake/InstallAndConsume.cmake)

@@ -8,8 +8,8 @@ packages=(
   libxml2-dev libboost-dev libboost-thread-dev libboost-date-time-dev libeigen3-dev
   # the tools in tools/
   libcli11-dev nlohmann-json3-dev libgdal-dev
-  # building and testing
-  cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
+  # building and testing; locales for the test of number parsing under a decimal-comma locale
+  cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev locales
 )
 
 missing=()
@@ -19,15 +19,23 @@ for p in "${packages[@]}"; do
   fi
 done
 
-if [ ${#missing[@]} -eq 0 ]; then
-  exit 0
-fi
-
-echo "Installing: ${missing[*]}"
 sudo=""
 if [ "$(id -u)" -ne 0 ]; then
   sudo="sudo"
 fi
-export DEBIAN_FRONTEND=noninteractive
-$sudo apt-get update -qq
-$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "Installing: ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  $sudo apt-get update -qq
+  $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# A locale with a decimal comma, so that the test of number parsing under such a locale runs
+# instead of being skipped.
+if ! locale -a 2>/dev/null | grep -qix 'de_DE\.utf-\?8'; then
+  echo "Generating the locale de_DE.UTF-8"
+  $sudo sed -i 's/^# *\(de_DE\.UTF-8 UTF-8\)/\1/' /etc/locale.gen
+  grep -q '^de_DE\.UTF-8 UTF-8' /etc/locale.gen || echo 'de_DE.UTF-8 UTF-8' | $sudo tee -a /etc/locale.gen >/dev/null
+  $sudo locale-gen >/dev/null
+fi

@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
-#include <sstream>
 #include <stdexcept>
 
 #include <kelto/hyperspectral.h>
@@ -18,6 +17,7 @@
 #include "command_support.h"
 #include "exit_codes.h"
 #include "pending_file.h"
+#include "record_kinds.h"
 
 namespace kelto::tools {
 
@@ -28,8 +28,6 @@ using hyperspectral::CorrectionMatrixParameters;
 using hyperspectral::FilterZone;
 using hyperspectral::PM_SensorResponseAnalysis;
 using hyperspectral::SensorCalibration;
-using ParsingResult = XMLSerializableInterface::ParsingResult;
-using Event = ParsingResult::Event;
 
 // What the analysis needs of a calibration, beyond what its records check: a grid of at least
 // five rising points and, in every band, one finite value per grid point.

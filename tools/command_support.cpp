@@ -1,5 +1,7 @@
 #include "command_support.h"
 
+#include "record_kinds.h"
+
 #include <algorithm>
 #include <sstream>
 
@@ -20,21 +22,18 @@ std::string ProblemEvents(const ParsingResult& result) {
 
 void ReadRecord(common::XMLSerializableInterface& record, const std::string& path,
                 const std::string& root, const std::string& what) {
-  ParsingResult result;
-  record.ReadFile(result, path);
-  const auto start =
-      std::find_if(result.events().begin(), result.events().end(),
-                   [](const Event& event) { return event.source == Event::ReadStart; });
-  if (start == result.events().end()) {
-    throw CommandError{kUnreadable,
-                       "cannot read " + what + " " + path + ":" + ProblemEvents(result)};
-  }
-  if (start->detail != root) {
-    throw CommandError{kUnreadable,
-                       path + " holds a \"" + start->detail + "\", not a \"" + root + "\""};
-  }
-  if (result.state() == ParsingResult::Error) {
-    throw CommandError{kErrors, what + " " + path + " is in error:" + ProblemEvents(result)};
+  std::string problem;
+  const std::string article =
+      std::string("aeiou").find(what.front()) == std::string::npos ? "a " : "an ";
+  switch (ReadRecordFile(record, path, root, article + what, problem)) {
+    case RecordProblem::kNone:
+      return;
+    case RecordProblem::kUnreadable:
+      throw CommandError{kUnreadable, "cannot read " + what + " " + problem};
+    case RecordProblem::kOtherRecord:
+      throw CommandError{kUnreadable, problem};
+    case RecordProblem::kInError:
+      throw CommandError{kErrors, problem};
   }
 }
 

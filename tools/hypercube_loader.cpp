@@ -297,15 +297,17 @@ CubeReader::CubeReader(const std::string& named_path) : dataset_(std::make_uniqu
     const auto index = static_cast<std::size_t>(b);
     datatypes::HypercubeBandInfo band;
     band.name = dataset->GetRasterBand(b + 1)->GetDescription();
-    band.wavelength_nm = index < wavelengths.size() ? wavelengths[index] * factor : 0.0;
-    band.fwhm_nm = index < widths.size() ? widths[index] * factor : 0.0;
+    // NaN rather than 0 where the file has none, so that no band passes for one at 0 nm.
+    const double none = std::numeric_limits<double>::quiet_NaN();
+    band.wavelength_nm = index < wavelengths.size() ? wavelengths[index] * factor : none;
+    band.fwhm_nm = index < widths.size() ? widths[index] * factor : none;
     // Formats without an ENVI header (GeoTIFF) carry them as band metadata, in nanometres.
     GDALRasterBand& raster = *dataset->GetRasterBand(b + 1);
     for (const auto& [item, value] :
          {std::pair<const char*, double*>{"wavelength", &band.wavelength_nm},
           std::pair<const char*, double*>{"fwhm", &band.fwhm_nm}}) {
       const char* text = raster.GetMetadataItem(item);
-      if (*value == 0.0 && text != nullptr) {
+      if (std::isnan(*value) && text != nullptr) {
         common::Strings::ParseDouble(text, *value);
       }
     }

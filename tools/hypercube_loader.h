@@ -72,7 +72,8 @@ class CubeReader {
 };
 
 // Reads the whole cube. Samples keep their type; the storage is pixel interleaved when the file
-// is, band sequential otherwise. The fill value is the bands' "no data" value ("data ignore
+// is, band sequential otherwise. A band's wavelength and width are NaN when the file gives none.
+// The fill value is the bands' "no data" value ("data ignore
 // value" of an ENVI header), NaN without one. The scale is an ENVI "reflectance scale factor" or
 // the inverse of GDAL's band scale; the cube is marked normalised in any case, so that the data
 // access scales and corrects its spectra. Throws CubeError naming the file and the problem.

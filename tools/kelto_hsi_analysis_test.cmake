@@ -85,7 +85,7 @@ string(JSON parameters GET "${out}" parameters)
 if(NOT with_peaks EQUAL 16 OR NOT parameters STREQUAL "${RESOURCE_DIR}/VKR9-MZT4x4-470_620.xml")
   message(FATAL_ERROR "peaks: ${with_peaks} bands with peaks, parameters ${parameters}\n${out}")
 endif()
-run(${KELTO_HSI} 0 out ARGS check ${WORK_DIR}/peaks.xml CONTAINS "state: Ok")
+run(${KELTO_HSI} 0 out ARGS check ${WORK_DIR}/peaks.xml CONTAINS "verdict:       sound")
 
 # Bands out of pattern order in a calibration with matrices: sorting them needs --force.
 write_changed(${mosaic} ${WORK_DIR}/unsorted.xml "<band version=\"4\" index=\"0\""
@@ -104,7 +104,7 @@ file(WRITE ${WORK_DIR}/not_xml.xml "alpha = 0.01\n")
 run(${KELTO_HSI} 3 out ARGS matrix ${mosaic} --name m -o ${WORK_DIR}/m.xml
     --parameters ${WORK_DIR}/not_xml.xml CONTAINS "cannot read parameter file")
 run(${KELTO_HSI} 3 out ARGS matrix ${mosaic} --name m -o ${WORK_DIR}/m.xml
-    --parameters ${mosaic} CONTAINS "holds a \"sensor_calibration\"")
+    --parameters ${mosaic} CONTAINS "holds a sensor_calibration record, not a parameter file")
 write_changed(${RESOURCE_DIR}/VKR9-MZT4x4-470_620.xml ${WORK_DIR}/no_alpha.xml
               "<tikhonov_alpha>0.01</tikhonov_alpha>" "<alpha>0.01</alpha>")
 run(${KELTO_HSI} 2 out ARGS matrix ${mosaic} --name m -o ${WORK_DIR}/m.xml
@@ -122,7 +122,7 @@ endif()
 run(${KELTO_HSI} 3 out ARGS matrix ${WORK_DIR}/absent.xml --name m -o ${WORK_DIR}/m.xml
     CONTAINS "cannot read calibration")
 run(${KELTO_HSI} 3 out ARGS peaks ${DATA_DIR}/sensor_info_vkr9.xml -o ${WORK_DIR}/m.xml
-    CONTAINS "holds a \"sensor_info\"")
+    CONTAINS "holds a sensor_info record, not a calibration")
 file(READ ${mosaic} text)
 string(REGEX MATCH "<response nr_elements=\"601\" values=\"[0-9.e-]+ " first_response "${text}")
 write_changed(${mosaic} ${WORK_DIR}/short.xml "${first_response}"
@@ -188,7 +188,8 @@ if(NOT count EQUAL 2)
   message(FATAL_ERROR "the matrix does not keep the optics it assumes (${count} bandpass records)")
 endif()
 run(${KELTO_HSI} 3 out ARGS matrix ${mosaic} --name m -o ${WORK_DIR}/m.xml
-    --external-optics ${mosaic} CONTAINS "not a \"optical_component\"")
+    --external-optics ${mosaic}
+    CONTAINS "holds a sensor_calibration record, not an optical component")
 
 # Usage.
 run(${KELTO_HSI} 64 out ARGS matrix ${mosaic} -o ${WORK_DIR}/m.xml)

@@ -73,7 +73,7 @@ run(${KELTO_HSI} 8 out ARGS correct ${DATA_DIR}/calibrations/VKR9-MZT5x5-600_100
 run(${KELTO_HSI} 4 out ARGS correct ${calibration} ${WORK_DIR}/absent.hdr -o ${WORK_DIR}/x.img
     CONTAINS "absent.hdr")
 run(${KELTO_HSI} 3 out ARGS correct ${DATA_DIR}/sensor_info_vkr9.xml ${scene} -o ${WORK_DIR}/x.img
-    CONTAINS "holds a \"sensor_info\"")
+    CONTAINS "holds a sensor_info record, not a calibration")
 run(${KELTO_HSI} 10 out ARGS correct ${calibration} ${scene} --matrix irradiance -o ${WORK_DIR}/no/x.img
     CONTAINS "cannot write")
 run(${KELTO_HSI} 64 out ARGS correct ${calibration} ${scene} -o ${WORK_DIR}/x.img --dark ${scene}

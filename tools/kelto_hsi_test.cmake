@@ -1,53 +1,209 @@
 # Runs kelto-hsi as a user would and checks exit codes and output.
 # Inputs: KELTO_HSI, KELTO_SIM, DATA_DIR, WORK_DIR.
 
+# expect_run(<exit code> ARGS <arguments> [CONTAINS <text>...] [OUT <text>...] [ERR <text>...]
+#            [NOT_OUT <text>...] [NOT_ERR <text>...] [NO_OUT] [NO_ERR])
+# CONTAINS looks in both streams, OUT and ERR in standard output and standard error alone; NO_OUT
+# and NO_ERR want the stream empty.
 function(expect_run expected_code)
-  cmake_parse_arguments(ARG "" "" "ARGS;CONTAINS" ${ARGN})
+  cmake_parse_arguments(ARG "NO_OUT;NO_ERR" "" "ARGS;CONTAINS;OUT;ERR;NOT_OUT;NOT_ERR" ${ARGN})
   execute_process(COMMAND ${KELTO_HSI} ${ARG_ARGS}
                   RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err TIMEOUT 20)
+  set(context "kelto-hsi ${ARG_ARGS}: exit ${code}\nstandard output:\n${out}\nstandard error:\n${err}")
   if(NOT code EQUAL expected_code)
-    message(FATAL_ERROR "kelto-hsi ${ARG_ARGS}: exit ${code}, expected ${expected_code}\n${out}\n${err}")
+    message(FATAL_ERROR "expected exit ${expected_code}; ${context}")
   endif()
-  foreach(text IN LISTS ARG_CONTAINS)
-    string(FIND "${out}${err}" "${text}" at)
-    if(at EQUAL -1)
-      message(FATAL_ERROR "kelto-hsi ${ARG_ARGS}: output lacks \"${text}\"\n${out}\n${err}")
+  set(text_of_CONTAINS "${out}${err}")
+  set(text_of_OUT "${out}")
+  set(text_of_ERR "${err}")
+  foreach(kind CONTAINS OUT ERR)
+    foreach(text IN LISTS ARG_${kind})
+      string(FIND "${text_of_${kind}}" "${text}" at)
+      if(at EQUAL -1)
+        message(FATAL_ERROR "${kind} lacks \"${text}\"; ${context}")
+      endif()
+    endforeach()
+  endforeach()
+  foreach(text IN LISTS ARG_NOT_OUT)
+    string(FIND "${out}" "${text}" at)
+    if(NOT at EQUAL -1)
+      message(FATAL_ERROR "standard output holds \"${text}\"; ${context}")
     endif()
   endforeach()
+  foreach(text IN LISTS ARG_NOT_ERR)
+    string(FIND "${err}" "${text}" at)
+    if(NOT at EQUAL -1)
+      message(FATAL_ERROR "standard error holds \"${text}\"; ${context}")
+    endif()
+  endforeach()
+  if(ARG_NO_OUT AND NOT out STREQUAL "")
+    message(FATAL_ERROR "standard output should be empty; ${context}")
+  endif()
+  if(ARG_NO_ERR AND NOT err STREQUAL "")
+    message(FATAL_ERROR "standard error should be empty; ${context}")
+  endif()
 endfunction()
 
 file(REMOVE_RECURSE ${WORK_DIR})
 file(MAKE_DIRECTORY ${WORK_DIR})
 
-expect_run(0 ARGS --help CONTAINS "check")
+# Writes the file with the text of the original where `from` is replaced by `to` once.
+function(write_changed original target from to)
+  file(READ ${original} text)
+  string(FIND "${text}" "${from}" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "${original} lacks \"${from}\"")
+  endif()
+  string(LENGTH "${from}" length)
+  string(SUBSTRING "${text}" 0 ${at} before)
+  math(EXPR rest "${at} + ${length}")
+  string(SUBSTRING "${text}" ${rest} -1 after)
+  file(WRITE ${target} "${before}${to}${after}")
+endfunction()
+
+# The command line: --help ends with the table of exit codes; every usage error exits with 64.
+expect_run(0 ARGS --help OUT "check" "spectrum" "64 a usage error" NO_ERR)
+expect_run(0 ARGS spectrum --help
+           OUT "Band k of the cube is band number k of the calibration" "9 a pixel without data")
+expect_run(64 ARGS paint ${DATA_DIR}/sensor_info_vkr9.xml NO_OUT
+           ERR "unknown command \"paint\"" "check, info, spectrum, peaks, matrix")
+expect_run(64 ARGS NO_OUT ERR "subcommand is required")
+expect_run(64 ARGS check NO_OUT ERR "FILE is required")
+expect_run(64 ARGS check ${DATA_DIR}/sensor_info_vkr9.xml --frobnicate NO_OUT ERR "frobnicate")
+expect_run(64 ARGS info NO_OUT)
+
+# check: a summary, the events that tell of a problem and a one-line verdict; --verbose lists
+# every event.
+set(mosaic_sample ${DATA_DIR}/calibrations/VKR9-MZT4x4-470_620.xml)
 expect_run(0 ARGS check ${DATA_DIR}/sensor_info_vkr9.xml
-           CONTAINS "VKR9" "2048 x 1088" "ReadStart" "state: Ok")
+           OUT "VKR9" "2048 x 1088" "verdict:       sound, 1 record read, 0 errors, 0 warnings"
+           NOT_OUT "ReadStart" "events:" NO_ERR)
+expect_run(0 ARGS check ${DATA_DIR}/sensor_info_vkr9.xml --verbose
+           OUT "events:" "Ok      ReadStart          sensor_info" "verdict:       sound")
 file(GLOB samples ${DATA_DIR}/calibrations/*.xml)
 foreach(sample IN LISTS samples)
-  expect_run(0 ARGS check ${sample} CONTAINS "state: Ok")
+  expect_run(0 ARGS check ${sample} OUT "verdict:       sound" NOT_OUT " Ok " NO_ERR)
 endforeach()
-expect_run(0 ARGS info ${DATA_DIR}/calibrations/VKR9-MZT4x4-470_620.xml
-           CONTAINS "VKR9-MZT4x4-470_620" "17.4.4.1" "MOSAIC, area 0,0 2048 x 1088 px, pattern 4 x 4"
-                    "601 sample points, 400 to 1000 nm" "470.0/10.0/1  940.0/20.0/2"
-                    "1 matrix(es)" "\"true_peaks\", m0 1.0, reflectance, 16 virtual bands"
-                    "65 records read" "state: Ok")
+execute_process(COMMAND ${KELTO_HSI} check ${mosaic_sample} OUTPUT_VARIABLE out)
+string(REGEX MATCHALL "\n" lines "${out}")
+list(LENGTH lines count)
+if(count GREATER 20)
+  message(FATAL_ERROR "check of a sound calibration prints ${count} lines:\n${out}")
+endif()
+expect_run(0 ARGS info ${mosaic_sample}
+           OUT "VKR9-MZT4x4-470_620" "17.4.4.1" "MOSAIC, area 0,0 2048 x 1088 px, pattern 4 x 4"
+               "601 sample points, 400 to 1000 nm" "470.0/10.0/1  940.0/20.0/2"
+               "1 matrix(es)" "\"true_peaks\", m0 1.0, reflectance, 16 virtual bands"
+               "verdict:       sound, 65 records read, 0 errors, 0 warnings"
+           NOT_OUT "ReadStart")
 expect_run(0 ARGS info ${DATA_DIR}/calibrations/VKR9-QL150-470_900.xml
-           CONTAINS "QL150-470_900, 2 zone(s), 150 bands" "zone 1:" "WEDGE")
+           OUT "QL150-470_900, 2 zone(s), 150 bands" "zone 1:" "WEDGE")
 expect_run(0 ARGS check ${DATA_DIR}/calibration_info_v1.xml
-           CONTAINS "551 sample points, 450 to 1000 nm")
+           OUT "551 sample points, 450 to 1000 nm")
 expect_run(2 ARGS check ${DATA_DIR}/sensor_info_defective.xml
-           CONTAINS "MissingElement" "pixel_pitch_um" "0 < height_px" "state: Error")
+           OUT "MissingElement" "pixel_pitch_um" "0 < height_px" "verdict:       errors")
 
 file(WRITE ${WORK_DIR}/unversioned.xml
      "<sensor_info><width>640</width><height>512</height><pixelPitch>5.5</pixelPitch></sensor_info>")
-expect_run(1 ARGS check ${WORK_DIR}/unversioned.xml CONTAINS "MissingVersion" "state: Warning")
+expect_run(1 ARGS check ${WORK_DIR}/unversioned.xml
+           OUT "MissingVersion" "verdict:       warnings")
 
+# check --json and info --json: the events as objects, the verdict and the exit code.
+execute_process(COMMAND ${KELTO_HSI} check ${mosaic_sample} --json
+                RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE err)
+string(JSON verdict GET "${out}" verdict)
+string(JSON exit_code GET "${out}" exit_code)
+string(JSON events LENGTH "${out}" events)
+string(JSON records GET "${out}" records_read)
+if(NOT code EQUAL 0 OR NOT verdict STREQUAL "sound" OR NOT exit_code EQUAL 0 OR
+   NOT events EQUAL 0 OR NOT records EQUAL 65 OR NOT err STREQUAL "")
+  message(FATAL_ERROR "check --json of a sound calibration (exit ${code}):\n${out}\n${err}")
+endif()
+execute_process(COMMAND ${KELTO_HSI} info ${DATA_DIR}/sensor_info_defective.xml --json
+                RESULT_VARIABLE code OUTPUT_VARIABLE out)
+string(JSON verdict GET "${out}" verdict)
+string(JSON exit_code GET "${out}" exit_code)
+string(JSON state GET "${out}" events 0 state)
+string(JSON source GET "${out}" events 0 source)
+string(JSON text GET "${out}" events 0 text)
+if(NOT code EQUAL 2 OR NOT verdict STREQUAL "errors" OR NOT exit_code EQUAL 2 OR
+   NOT state MATCHES "^(Error|Warning)$" OR source STREQUAL "" OR text STREQUAL "")
+  message(FATAL_ERROR "info --json of a defective sensor block (exit ${code}):\n${out}")
+endif()
+execute_process(COMMAND ${KELTO_HSI} check ${DATA_DIR}/sensor_info_vkr9.xml --json --verbose
+                OUTPUT_VARIABLE out)
+string(JSON source GET "${out}" events 0 source)
+if(NOT source STREQUAL "ReadStart")
+  message(FATAL_ERROR "check --json --verbose lacks the events in state Ok:\n${out}")
+endif()
+
+# Files that can't be read.
 file(WRITE ${WORK_DIR}/not_xml.xml "width=640\n")
-expect_run(3 ARGS check ${WORK_DIR}/not_xml.xml CONTAINS "not XML")
-expect_run(3 ARGS check ${WORK_DIR}/does_not_exist.xml CONTAINS "does not exist")
-expect_run(3 ARGS check ${WORK_DIR} CONTAINS "directory")
+expect_run(3 ARGS check ${WORK_DIR}/not_xml.xml ERR "not XML" NO_OUT)
+expect_run(3 ARGS check ${WORK_DIR}/does_not_exist.xml ERR "does not exist" NO_OUT)
+expect_run(3 ARGS check ${WORK_DIR} ERR "directory")
 file(WRITE ${WORK_DIR}/unknown.xml "<lens version=\"1\"/>")
-expect_run(3 ARGS check ${WORK_DIR}/unknown.xml CONTAINS "unknown record \"lens\"")
+expect_run(3 ARGS check ${WORK_DIR}/unknown.xml ERR "unknown record \"lens\"")
+execute_process(COMMAND ${KELTO_HSI} check ${WORK_DIR}/does_not_exist.xml --json
+                RESULT_VARIABLE code OUTPUT_VARIABLE out)
+string(JSON verdict GET "${out}" verdict)
+string(JSON exit_code GET "${out}" exit_code)
+if(NOT code EQUAL 3 OR NOT verdict STREQUAL "unreadable" OR NOT exit_code EQUAL 3)
+  message(FATAL_ERROR "check --json of a missing file (exit ${code}):\n${out}")
+endif()
+# A copy cut short, as an interrupted transfer leaves it: said in plain words first, then the
+# parser's detail with its line.
+file(READ ${mosaic_sample} whole)
+foreach(length 1000 1037 100000)
+  string(SUBSTRING "${whole}" 0 ${length} part)
+  file(WRITE ${WORK_DIR}/cut.xml "${part}")
+  expect_run(3 ARGS check ${WORK_DIR}/cut.xml NO_OUT
+             ERR "cut.xml: the document is not well-formed XML: it ends early" "; line ")
+endforeach()
+
+# The optics and correction matrices, which reading leaves unchecked, and what a correction
+# can't survive. check and info find them; spectrum refuses such a matrix with the same words.
+set(broken ${WORK_DIR}/broken)
+file(MAKE_DIRECTORY ${broken})
+write_changed(${mosaic_sample} ${broken}/not_finite.xml "values=\"1.24293 " "values=\"nan ")
+write_changed(${mosaic_sample} ${broken}/short.xml
+              "<coefficients nr_elements=\"16\" values=\"1.24293 -0.021064 "
+              "<coefficients nr_elements=\"15\" values=\"1.24293 ")
+write_changed(${mosaic_sample} ${broken}/outside.xml
+              "<wavelength_nm>470</wavelength_nm>\n              <fwhm_nm>10</fwhm_nm>"
+              "<wavelength_nm>1200</wavelength_nm>\n              <fwhm_nm>10</fwhm_nm>")
+write_changed(${mosaic_sample} ${broken}/negative.xml
+              "<wavelength_nm>480</wavelength_nm>\n              <fwhm_nm>10.199999999999999"
+              "<wavelength_nm>-480</wavelength_nm>\n              <fwhm_nm>10.199999999999999")
+set(not_finite_text
+    "correction matrix \"true_peaks\": virtual band 0 has a coefficient that is not finite, nan for band 0")
+set(short_text
+    "correction matrix \"true_peaks\": virtual band 0 weighs 15 bands, the calibration has 16 bands")
+set(outside_text "correction matrix \"true_peaks\": virtual band 0 at 1200 nm lies outside the calibration's grid, 400 to 1000 nm")
+set(negative_text "0.0 <= wavelength_nm")
+foreach(case not_finite short outside negative)
+  foreach(command check info)
+    expect_run(2 ARGS ${command} ${broken}/${case}.xml
+               OUT "${${case}_text}" "verdict:       errors" NO_ERR)
+  endforeach()
+endforeach()
+write_changed(${mosaic_sample} ${broken}/optics.xml
+              "<measured>2026-01-10</measured>\n        <sample_points_nm nr_elements=\"601\" values=\"400 "
+              "<measured>2026-01-10</measured>\n        <sample_points_nm nr_elements=\"601\" values=\"-400 ")
+expect_run(1 ARGS check ${broken}/optics.xml
+           OUT "Warning SanityCheck        0.0 <= sample_points_nm.front ()" "verdict:       warnings")
+# A correction matrix on its own.
+file(READ ${broken}/not_finite.xml text)
+string(REGEX MATCH "<correction_matrix version.*</correction_matrix>" matrix_text "${text}")
+file(WRITE ${broken}/matrix.xml "${matrix_text}")
+expect_run(2 ARGS check ${broken}/matrix.xml
+           OUT "correction matrix \"true_peaks\": virtual band 0 has a coefficient that is not finite"
+               "verdict:       errors")
+file(READ ${broken}/short.xml text)
+string(REGEX MATCH "<correction_matrix version.*</correction_matrix>" matrix_text "${text}")
+file(WRITE ${broken}/short_matrix.xml "${matrix_text}")
+expect_run(2 ARGS check ${broken}/short_matrix.xml
+           OUT "correction matrix \"true_peaks\": virtual band 1 weighs 16 bands, the first weighs 15 (and 14 more virtual bands)")
 
 # spectrum: the simulated scene read through the calibration it was simulated with.
 function(run_sim)
@@ -131,13 +287,14 @@ run_hsi(0 out err spectrum ${mosaic} ${scene} --pixel ${grey} --json --matrix ir
 string(JSON matrix GET "${out}" matrix)
 string(JSON x GET "${out}" pixel x)
 string(JSON y GET "${out}" pixel y)
-string(JSON without_data GET "${out}" bands_without_data)
+string(JSON without_data LENGTH "${out}" bands_without_data)
+string(JSON no_data GET "${out}" no_data)
 string(JSON count LENGTH "${out}" spectrum)
 string(JSON first GET "${out}" spectrum 0 wavelength_nm)
 string(JSON last GET "${out}" spectrum 15 wavelength_nm)
 string(JSON value GET "${out}" spectrum 8 value)
 if(NOT matrix STREQUAL "irradiance" OR NOT x EQUAL 46 OR NOT y EQUAL 46 OR
-   NOT without_data EQUAL 0 OR NOT count EQUAL 16 OR first LESS 469 OR first GREATER 471 OR
+   NOT without_data EQUAL 0 OR no_data OR NOT count EQUAL 16 OR first LESS 469 OR first GREATER 471 OR
    last LESS 619 OR last GREATER 621 OR value LESS 0.27 OR value GREATER 0.33)
   message(FATAL_ERROR "spectrum --json of the grey patch:\n${out}")
 endif()
@@ -177,11 +334,41 @@ if(NOT band EQUAL 16)
   message(FATAL_ERROR "spectrum --raw: ${band} values, expected 16\n${out}")
 endif()
 
-# A pixel of the border holds the fill value in every band: the values come with a warning.
-expect_run(0 ARGS spectrum ${mosaic} ${scene} --pixel 0,0
-           CONTAINS "wavelength,value" "warning: pixel 0,0 holds no data in 16 of 16 bands")
-expect_run(0 ARGS spectrum ${mosaic} ${scene} --pixel 63,0 --json
-           CONTAINS "\"bands_without_data\": 16")
+# A pixel of the border holds the fill value in every band: no spectrum, exit 9.
+expect_run(9 ARGS spectrum ${mosaic} ${scene} --pixel 0,0 NO_OUT
+           ERR "pixel 0,0 has no data in bands 0-15 (16 of 16 bands hold the fill value 65535)")
+expect_run(9 ARGS spectrum ${mosaic} ${scene} --pixel 0,0 --raw NO_OUT ERR "bands 0-15")
+run_hsi(9 out err spectrum ${mosaic} ${scene} --pixel 63,0 --json)
+string(JSON no_data GET "${out}" no_data)
+string(JSON without_data LENGTH "${out}" bands_without_data)
+string(JSON count LENGTH "${out}" spectrum)
+string(JSON value TYPE "${out}" spectrum 3 value)
+string(JSON wavelength GET "${out}" spectrum 3 wavelength_nm)
+if(NOT no_data OR NOT without_data EQUAL 16 OR NOT count EQUAL 16 OR NOT value STREQUAL "NULL" OR
+   wavelength LESS 499 OR wavelength GREATER 501)
+  message(FATAL_ERROR "spectrum --json of a pixel without data:\n${out}")
+endif()
+# The fill value in one band only (the header's no-data value made that band's sample at the
+# grey patch): the pixel still has no spectrum, and the band is named.
+math(EXPR offset "((3 * 64 + 46) * 64 + 46) * 2")
+file(READ ${scene_data} bytes OFFSET ${offset} LIMIT 2 HEX)
+string(SUBSTRING "${bytes}" 0 2 low)
+string(SUBSTRING "${bytes}" 2 2 high)
+math(EXPR sample "0x${high}${low}")
+file(MAKE_DIRECTORY ${WORK_DIR}/hole)
+file(READ ${scene} scene_header)
+string(REPLACE "data ignore value = 65535" "data ignore value = ${sample}" hole_header
+       "${scene_header}")
+file(WRITE ${WORK_DIR}/hole/scene.hdr "${hole_header}")
+file(COPY_FILE ${scene_data} ${WORK_DIR}/hole/scene.raw)
+run_hsi(9 out err spectrum ${mosaic} ${WORK_DIR}/hole/scene.hdr --pixel ${grey} --json)
+string(JSON first GET "${out}" bands_without_data 0)
+string(JSON without_data LENGTH "${out}" bands_without_data)
+if(NOT first EQUAL 3 OR NOT without_data LESS 16)
+  message(FATAL_ERROR "spectrum --json with the fill value in band 3:\n${out}\n${err}")
+endif()
+expect_run(9 ARGS spectrum ${mosaic} ${WORK_DIR}/hole/scene.hdr --pixel ${grey} NO_OUT
+           ERR "pixel 46,46 has no data in band" " 3" "hold the fill value ${sample}")
 
 # The pixel.
 expect_run(7 ARGS spectrum ${mosaic} ${scene} --pixel 64,0
@@ -189,6 +376,10 @@ expect_run(7 ARGS spectrum ${mosaic} ${scene} --pixel 64,0
 expect_run(7 ARGS spectrum ${mosaic} ${scene} --pixel=0,-1 CONTAINS "pixel 0,-1 lies outside")
 expect_run(64 ARGS spectrum ${mosaic} ${scene} --pixel 3 CONTAINS "--pixel wants X,Y" "\"3\"")
 expect_run(64 ARGS spectrum ${mosaic} ${scene} --pixel 3,y CONTAINS "--pixel wants X,Y" "\"3,y\"")
+expect_run(64 ARGS spectrum ${mosaic} ${scene} --pixel 3,4,5 NO_OUT ERR "--pixel wants X,Y")
+expect_run(64 ARGS spectrum ${mosaic} ${scene} NO_OUT ERR "--pixel is required")
+expect_run(64 ARGS spectrum ${mosaic} --pixel ${grey} NO_OUT ERR "IMAGE is required")
+expect_run(64 ARGS spectrum ${mosaic} ${scene} --pixel ${grey} --raw --matrix irradiance NO_OUT)
 
 # The correction matrix.
 expect_run(8 ARGS spectrum ${mosaic} ${scene} --pixel ${grey} --matrix nope
@@ -220,8 +411,73 @@ if(NOT count EQUAL 8)
   message(FATAL_ERROR "spectrum --raw of 8 bands: ${count} values\n${out}")
 endif()
 
+# A correction matrix that check finds broken is refused, in the same words.
+foreach(case not_finite short outside negative)
+  expect_run(8 ARGS spectrum ${broken}/${case}.xml ${DATA_DIR}/scene/VKR9-MZT4x4-470_620.hdr
+                    --pixel ${grey} NO_OUT ERR "${${case}_text}")
+endforeach()
+# The broken matrix is not the one used: the spectrum is given.
+expect_run(0 ARGS spectrum ${broken}/not_finite.xml ${DATA_DIR}/scene/VKR9-MZT4x4-470_620.hdr
+                  --pixel ${grey} --raw OUT "wavelength,value")
+
+# The cube's bands go with the calibration's by position. A cube without wavelengths is
+# corrected with one warning, and --raw numbers its bands.
+file(MAKE_DIRECTORY ${WORK_DIR}/no_wavelengths)
+file(READ ${scene} scene_header)
+string(REGEX REPLACE "\nwavelength units = [^\n]*" "" bare_header "${scene_header}")
+string(REGEX REPLACE "\nwavelength = [^\n]*" "" bare_header "${bare_header}")
+string(REGEX REPLACE "\nfwhm = [^\n]*" "" bare_header "${bare_header}")
+file(WRITE ${WORK_DIR}/no_wavelengths/scene.hdr "${bare_header}")
+file(COPY_FILE ${scene_data} ${WORK_DIR}/no_wavelengths/scene.raw)
+run_hsi(0 out err spectrum ${mosaic} ${WORK_DIR}/no_wavelengths/scene.hdr --pixel ${grey}
+        --matrix irradiance)
+string(REGEX MATCHALL "warning" warnings "${err}")
+list(LENGTH warnings count)
+string(FIND "${err}" "gives no band wavelengths; its bands are taken for the calibration's bands in order" at)
+if(NOT count EQUAL 1 OR at EQUAL -1)
+  message(FATAL_ERROR "spectrum of a cube without wavelengths: ${count} warnings\n${err}")
+endif()
+csv_rows("${out}" rows)
+list(LENGTH rows count)
+if(NOT count EQUAL 16)
+  message(FATAL_ERROR "spectrum of a cube without wavelengths:\n${out}")
+endif()
+run_hsi(0 out err spectrum ${mosaic} ${WORK_DIR}/no_wavelengths/scene.hdr --pixel ${grey} --raw)
+if(NOT out MATCHES "^band,value\n0,[0-9.]+\n1,[0-9.]+\n" OR NOT out MATCHES "\n15,[0-9.]+\n$")
+  message(FATAL_ERROR "spectrum --raw of a cube without wavelengths:\n${out}")
+endif()
+run_hsi(0 out err spectrum ${mosaic} ${WORK_DIR}/no_wavelengths/scene.hdr --pixel ${grey} --raw
+        --json)
+string(JSON wavelength TYPE "${out}" spectrum 2 wavelength_nm)
+string(JSON band GET "${out}" spectrum 2 band)
+if(NOT wavelength STREQUAL "NULL" OR NOT band EQUAL 2)
+  message(FATAL_ERROR "spectrum --raw --json of a cube without wavelengths:\n${out}")
+endif()
+# A band farther from its calibration band than half the FWHM: one warning naming the first.
+file(MAKE_DIRECTORY ${WORK_DIR}/shifted)
+string(REPLACE "wavelength = {470, 480, 490, 500, 510" "wavelength = {470, 480, 590, 500, 610"
+       shifted_header "${scene_header}")
+file(WRITE ${WORK_DIR}/shifted/scene.hdr "${shifted_header}")
+file(COPY_FILE ${scene_data} ${WORK_DIR}/shifted/scene.raw)
+run_hsi(0 out err spectrum ${mosaic} ${WORK_DIR}/shifted/scene.hdr --pixel ${grey}
+        --matrix irradiance)
+string(REGEX MATCHALL "warning" warnings "${err}")
+list(LENGTH warnings count)
+string(FIND "${err}" "band 2 of ${WORK_DIR}/shifted/scene.hdr lies at 590 nm, but calibration band 2 peaks at 490 nm (FWHM 10.4 nm)" at)
+string(FIND "${err}" "2 of 16 differ by more than half their FWHM" at_count)
+if(NOT count EQUAL 1 OR at EQUAL -1 OR at_count EQUAL -1)
+  message(FATAL_ERROR "spectrum of a cube at other wavelengths: ${count} warnings\n${err}")
+endif()
+csv_rows("${out}" rows)
+
 # The files.
 expect_run(3 ARGS spectrum ${WORK_DIR}/not_xml.xml ${scene} --pixel ${grey} --raw)
+# A record of another kind is named as such, not read as a broken calibration.
+expect_run(3 ARGS spectrum ${DATA_DIR}/sensor_info_vkr9.xml ${scene} --pixel ${grey} NO_OUT
+           ERR "sensor_info_vkr9.xml holds a sensor_info record, not a calibration"
+           NOT_ERR "UnsupportedVersion" "SanityCheck")
+expect_run(3 ARGS spectrum ${WORK_DIR}/cut.xml ${scene} --pixel ${grey} NO_OUT
+           ERR "not well-formed XML: it ends early")
 expect_run(4 ARGS spectrum ${mosaic} ${WORK_DIR}/scene/absent.hdr --pixel ${grey}
            CONTAINS "absent.hdr: no such file")
 expect_run(4 ARGS spectrum ${mosaic} ${mosaic} --pixel ${grey} CONTAINS "not an image cube")

@@ -19,7 +19,9 @@
 #include "exit_codes.h"
 #include "hypercube_loader.h"
 #include "pending_file.h"
+#include "record_kinds.h"
 #include "scene_simulator.h"
+#include "usage.h"
 
 namespace {
 
@@ -148,20 +150,10 @@ std::optional<SensorCalibration> SimulatedSample(const std::string& type_name) {
 // patches are uniform, so their centres stand for them.
 int Evaluate(const EvaluateRequest& request) {
   SensorCalibration calibration;
-  SensorCalibration::ParsingResult result;
-  try {
-    calibration.ReadFile(result, request.calibration);
-  } catch (const std::exception& error) {
-    std::cerr << "kelto-sim: " << request.calibration << ": " << error.what() << '\n';
-    return kUnreadable;
-  }
-  if (result.state() >= SensorCalibration::ParsingResult::Error) {
-    std::cerr << "kelto-sim: " << request.calibration << ": the calibration can't be read:\n";
-    for (const auto& event : result.events()) {
-      if (event.state != SensorCalibration::ParsingResult::Ok) {
-        std::cerr << "  " << event.ToString() << '\n';
-      }
-    }
+  std::string problem;
+  if (kelto::tools::ReadRecordFile(calibration, request.calibration, "sensor_calibration",
+                                   "a calibration", problem) != RecordProblem::kNone) {
+    std::cerr << "kelto-sim: " << problem << '\n';
     return kUnreadable;
   }
   const std::string type_name = calibration.GetTypeName();
@@ -340,7 +332,8 @@ int Evaluate(const EvaluateRequest& request) {
 int main(int argc, char** argv) {
   CLI::App app{
       "kelto-sim: writes simulated calibrations and scenes with known truth, and measures "
-      "corrections on them."};
+      "corrections on them.",
+      "kelto-sim"};
   app.require_subcommand(1);
   std::string directory;
   CLI::App* calibrations = app.add_subcommand(
@@ -365,7 +358,8 @@ int main(int argc, char** argv) {
       "peaks of the calibration's type, and the correction matrix judged. Prints the RMS "
       "relative errors per patch and over all.\nExit status: 0 done, 2 no such matrix, not a "
       "reflectance matrix, or a calibration of a type the simulator doesn't make, 3 calibration "
-      "unreadable, 4 scene unreadable or not a simulated scene (5, 6 as for kelto-hsi "
+      "unreadable, in error or another kind of record, 4 scene unreadable or not a simulated scene "
+      "(5, 6 as for kelto-hsi "
       "spectrum), 8 the matrix weighs another number of bands than the scene has, 64 usage.");
   evaluate
       ->add_option("CALIBRATION", request.calibration,
@@ -382,11 +376,9 @@ int main(int argc, char** argv) {
       ->check(CLI::IsMember({"vegetation", "soil", "water", "grey", "all"}));
   evaluate->add_flag("--json", request.json, "print one JSON document");
 
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    // --help ends the parse the same way, with status 0; anything else is a usage error.
-    return app.exit(error) == 0 ? kOk : kUsage;
+  AddExitCodeFooters(app);
+  if (const int code = ParseCommandLine(app, argc, argv); code >= 0) {
+    return code;
   }
 
   try {

@@ -241,10 +241,25 @@ run_sim(4 out ARGS evaluate ${mosaic} ${WORK_DIR}/scene/TEM480-MZT4x4-1100_1700.
 file(WRITE ${WORK_DIR}/not_xml.xml "width=640\n")
 run_sim(3 out ARGS evaluate ${WORK_DIR}/not_xml.xml ${mosaic_scene})
 run_sim(4 out ARGS evaluate ${mosaic} ${WORK_DIR}/scene/absent.hdr CONTAINS "absent.hdr")
+# A record of another kind is named as such, not read as a broken calibration.
+file(WRITE ${WORK_DIR}/sensor.xml "<sensor_info version=\"2\" sensor_type=\"VKR9\"/>")
+run_sim(3 out ARGS evaluate ${WORK_DIR}/sensor.xml ${mosaic_scene}
+        CONTAINS "sensor.xml holds a sensor_info record, not a calibration")
+if(NOT out STREQUAL "")
+  message(FATAL_ERROR "evaluate of a sensor block printed \"${out}\"")
+endif()
 run_sim(0 out ARGS --help)
 run_sim(0 out ARGS evaluate --help)
+foreach(text "64 a usage error" "3 a calibration or record that can't be read")
+  string(FIND "${out}" "${text}" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "evaluate --help lacks \"${text}\"\n${out}")
+  endif()
+endforeach()
 run_sim(64 out ARGS)
 run_sim(64 out ARGS evaluate ${mosaic})
-run_sim(64 out ARGS evaluate ${mosaic} ${mosaic_scene} --patch sky)
+run_sim(64 out ARGS evaluate ${mosaic} ${mosaic_scene} --patch sky
+        CONTAINS "sky" "vegetation,soil,water,grey,all")
 run_sim(64 out ARGS evaluate ${mosaic} ${mosaic_scene} --frobnicate)
-run_sim(64 out ARGS paint ${WORK_DIR})
+run_sim(64 out ARGS paint ${WORK_DIR}
+        CONTAINS "unknown command \"paint\"" "calibrations, scene, evaluate")

@@ -1,6 +1,10 @@
 #include "record_kinds.h"
 
+#include <algorithm>
+#include <cmath>
 #include <iomanip>
+#include <sstream>
+#include <stdexcept>
 
 #include <kelto/hyperspectral.h>
 
@@ -15,6 +19,8 @@ using hyperspectral::FilterInfo;
 using hyperspectral::FilterZone;
 using hyperspectral::SensorCalibration;
 using hyperspectral::SensorInfo;
+using ParsingResult = XMLSerializableInterface::ParsingResult;
+using Event = ParsingResult::Event;
 
 template <typename Record>
 std::unique_ptr<XMLSerializableInterface> Make() {
@@ -151,10 +157,69 @@ void Summarise<SensorCalibration>(const XMLSerializableInterface& record, std::o
   DescribeCalibration(static_cast<const SensorCalibration&>(record), out, detailed);
 }
 
+// Only the optics and the correction matrices escape the checks of reading.
+template <typename Record>
+void Check(const XMLSerializableInterface&, ParsingResult&) {}
+
+void AddProblems(const std::vector<std::string>& problems, ParsingResult& result) {
+  for (const std::string& problem : problems) {
+    result << Event(ParsingResult::Error, Event::SanityCheck, problem);
+  }
+}
+
+template <>
+void Check<CorrectionMatrix>(const XMLSerializableInterface& record, ParsingResult& result) {
+  const auto& matrix = static_cast<const CorrectionMatrix&>(record);
+  matrix.RunSanityChecks(result);
+  AddProblems(MatrixProblems(matrix, nullptr), result);
+}
+
+template <>
+void Check<SensorCalibration>(const XMLSerializableInterface& record, ParsingResult& result) {
+  const auto& calibration = static_cast<const SensorCalibration&>(record);
+  calibration.system_info.RunSanityChecks(result);
+  for (const CorrectionMatrix& matrix :
+       calibration.system_info.spectral_correction_info.correction_matrices) {
+    AddProblems(MatrixProblems(matrix, &calibration), result);
+  }
+}
+
 template <typename Record>
 RecordKind Kind(const char* root, const char* class_name) {
-  return {root, class_name, Make<Record>, Summarise<Record>};
+  return {root, class_name, Make<Record>, Summarise<Record>, Check<Record>};
 }
+
+// Reads nothing but the name of the root element.
+class RootProbe : public XMLSerializableInterface {
+ public:
+  void ReadXML(ParsingResult&, _xmlNode* const& node) override { root = _GetTagName(node); }
+  void WriteXML(_xmlNode*&) const override {}
+  std::string root;
+};
+
+std::string Number(double value) {
+  std::ostringstream text;
+  text << value;
+  return text.str();
+}
+
+// One kind of problem of a matrix: the first virtual band at fault and how many share it.
+struct Finding {
+  std::string text;
+  std::size_t count = 0;
+
+  void Note(const std::string& first) {
+    text = count == 0 ? first : text;
+    ++count;
+  }
+  void AddTo(std::vector<std::string>& problems, const std::string& matrix) const {
+    if (count > 0) {
+      problems.push_back(
+          "correction matrix \"" + matrix + "\": " + text +
+          (count > 1 ? " (and " + std::to_string(count - 1) + " more virtual bands)" : ""));
+    }
+  }
+};
 
 }  // namespace
 
@@ -176,6 +241,91 @@ const RecordKind* FindRecordKind(const std::string& root) {
     }
   }
   return nullptr;
+}
+
+std::string ReadRootElement(const std::string& path, std::string& problem) {
+  RootProbe probe;
+  try {
+    // Throws when the file can't be read or parsed; the probe itself never reports an error.
+    ParsingResult strict(false, true);
+    probe.ReadFile(strict, path);
+  } catch (const std::exception& error) {
+    problem = error.what();
+    return "";
+  }
+  problem.clear();
+  return probe.root;
+}
+
+RecordProblem ReadRecordFile(XMLSerializableInterface& record, const std::string& path,
+                             const std::string& root, const std::string& what,
+                             std::string& problem) {
+  const std::string found = ReadRootElement(path, problem);
+  if (found.empty()) {
+    return RecordProblem::kUnreadable;
+  }
+  if (found != root) {
+    problem = path + " holds a " + found + " record, not " + what;
+    return RecordProblem::kOtherRecord;
+  }
+  ParsingResult result;
+  record.ReadFile(result, path);
+  if (result.state() >= ParsingResult::Error) {
+    problem = path + " can't be used as " + what + "; reading it reported errors:";
+    for (const Event& event : result.events()) {
+      if (event.state != ParsingResult::Ok) {
+        problem += "\n  " + event.ToString();
+      }
+    }
+    return RecordProblem::kInError;
+  }
+  return RecordProblem::kNone;
+}
+
+std::vector<std::string> MatrixProblems(const CorrectionMatrix& matrix,
+                                        const SensorCalibration* calibration) {
+  const auto& bands = matrix.virtual_bands;
+  if (bands.empty()) {
+    return {};
+  }
+  // Without a calibration, the first virtual band stands for the number of source bands.
+  const std::size_t expected = calibration != nullptr ? calibration->filter_info.GetTotalNrBands()
+                                                      : bands.front().coefficients.size();
+  const std::string against = calibration != nullptr
+                                  ? "the calibration has " + std::to_string(expected) + " bands"
+                                  : "the first weighs " + std::to_string(expected);
+  const std::vector<double>* grid =
+      calibration != nullptr ? &calibration->filter_info.calibration_info.sample_points_nm
+                             : nullptr;
+  Finding not_finite;
+  Finding length;
+  Finding outside;
+  for (std::size_t i = 0; i < bands.size(); ++i) {
+    const CorrectionMatrix::VirtualBand& band = bands[i];
+    const std::string name = "virtual band " + std::to_string(i);
+    const auto bad = std::find_if(band.coefficients.begin(), band.coefficients.end(),
+                                  [](double value) { return !std::isfinite(value); });
+    if (bad != band.coefficients.end()) {
+      not_finite.Note(name + " has a coefficient that is not finite, " + Number(*bad) +
+                      " for band " + std::to_string(bad - band.coefficients.begin()));
+    }
+    if (band.coefficients.size() != expected) {
+      length.Note(name + " weighs " + std::to_string(band.coefficients.size()) + " bands, " +
+                  against);
+    }
+    // NaN lies outside any grid.
+    if (grid != nullptr && !grid->empty() &&
+        !(band.wavelength_nm >= grid->front() && band.wavelength_nm <= grid->back())) {
+      outside.Note(name + " at " + Number(band.wavelength_nm) +
+                   " nm lies outside the calibration's grid, " + Number(grid->front()) + " to " +
+                   Number(grid->back()) + " nm");
+    }
+  }
+  std::vector<std::string> problems;
+  not_finite.AddTo(problems, matrix.name);
+  length.AddTo(problems, matrix.name);
+  outside.AddTo(problems, matrix.name);
+  return problems;
 }
 
 }  // namespace kelto::tools

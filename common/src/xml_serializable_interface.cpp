@@ -126,6 +126,9 @@ struct ContextDeleter {
 // What the parser said, collected through the handlers of our own context.
 struct Diagnostics {
   std::string first_error;
+  // The first error came with the input used up: the document stops before it is complete, as
+  // a file cut short by an interrupted copy or write does.
+  bool ends_early = false;
   bool doctype_refused = false;
 };
 
@@ -145,6 +148,10 @@ void OnStructuredError(void* user_data, xmlErrorPtr error) {
     return;
   }
   diagnostics->first_error = "line " + std::to_string(error->line) + ": " + Clean(error->message);
+  // libxml2 words a cut like any other fault ("AttValue: ' expected"); where it stands tells.
+  const xmlParserInput* input = context->input;
+  diagnostics->ends_early = input != nullptr && input->cur != nullptr && input->end != nullptr &&
+                            input->cur >= input->end && error->code != XML_ERR_TAG_NAME_MISMATCH;
 }
 
 // The few places of libxml2 that still call the plain handlers directly (out of memory in the
@@ -258,9 +265,11 @@ DocumentPtr ParseUntrusted(std::string const& bytes, std::string& problem) {
     return nullptr;
   }
   if (!context->wellFormed || !document) {
-    problem = "the document is not well-formed XML: " + (diagnostics.first_error.empty()
-                                                             ? std::string("no usable content")
-                                                             : diagnostics.first_error);
+    problem = "the document is not well-formed XML: " +
+              (diagnostics.first_error.empty() ? std::string("no usable content")
+               : diagnostics.ends_early
+                   ? "it ends early, as a file cut short does; " + diagnostics.first_error
+                   : diagnostics.first_error);
     return nullptr;
   }
   // Some stops of libxml2 (a text node beyond its size limit, memory) leave the document marked

@@ -795,6 +795,29 @@ TEST_F(XmlBadInput, EveryKindIsRefusedTheSameWay) {
   }
 }
 
+TEST_F(XmlBadInput, CutShortSaysItEndsEarlyThenTheParsersLine) {
+  // A document cut at any point, as an interrupted copy leaves it, whatever libxml2 makes of the
+  // place of the cut ("AttValue: ' expected", "Premature end of data", ...).
+  const std::string whole =
+      "<gauge version=\"2\" serial=\"A-17\">\n<name>flow <!-- main --> meter</name>\n</gauge>\n";
+  for (const std::size_t cut : {std::size_t{9}, std::size_t{27}, std::size_t{36}, std::size_t{45},
+                                std::size_t{52}, whole.size() - 4}) {
+    SCOPED_TRACE(whole.substr(0, cut));
+    const auto [detail, thrown] =
+        ExpectRefused(FromString(whole.substr(0, cut)), "not well-formed XML: it ends early");
+    EXPECT_THAT(detail, testing::MatchesRegex(".*ends early.*; line [0-9]+: .+"));
+  }
+  // A fault in the middle, or a wrong closing tag at the very end, is no cut.
+  for (const std::string& faulty :
+       {std::string("<gauge version=\"2\"><name>x</nam></gauge>\n"),
+        std::string("<gauge version=\"2\"><name x=1>x</name></gauge>\n"),
+        std::string("<gauge version=\"2\"><name>x</name></gaug>")}) {
+    SCOPED_TRACE(faulty);
+    const auto [detail, thrown] = ExpectRefused(FromString(faulty), "not well-formed XML: line 1");
+    EXPECT_THAT(detail, Not(HasSubstr("ends early")));
+  }
+}
+
 TEST_F(XmlBadInput, LargeTextIsReadWholeOrRefusedNeverCut) {
   // Some libxml2 builds stop at a text node over 10 MB and still call the document
   // well-formed; such a document must not pass as read with whatever came before the cut.

@@ -280,7 +280,7 @@ TEST_F(HypercubeLoaderEnvi, HeaderListsGiveBandsFillAndScale) {
        {10.0, 12.5, 50.0, 100.0},
        {}},
       // Without the optional items: no fill, unit scale and no wavelengths.
-      {"bil", "", nan, 1.0, 0.0, {0, 0, 0, 0}, {0, 0, 0, 0}, {}},
+      {"bil", "", nan, 1.0, 0.0, {nan, nan, nan, nan}, {nan, nan, nan, nan}, {}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.interleave);
@@ -294,8 +294,13 @@ TEST_F(HypercubeLoaderEnvi, HeaderListsGiveBandsFillAndScale) {
     for (unsigned long b = 0; b < kBands; ++b) {
       const auto* band = dynamic_cast<const HypercubeBandInfo*>(&format.GetBand(b));
       ASSERT_NE(band, nullptr) << b;
-      EXPECT_NEAR(band->wavelength_nm, c.wavelengths[b], c.tolerance) << b;
-      EXPECT_NEAR(band->fwhm_nm, c.widths[b], c.tolerance) << b;
+      if (std::isnan(c.wavelengths[b])) {
+        EXPECT_TRUE(std::isnan(band->wavelength_nm)) << b << ": " << band->wavelength_nm;
+        EXPECT_TRUE(std::isnan(band->fwhm_nm)) << b << ": " << band->fwhm_nm;
+      } else {
+        EXPECT_NEAR(band->wavelength_nm, c.wavelengths[b], c.tolerance) << b;
+        EXPECT_NEAR(band->fwhm_nm, c.widths[b], c.tolerance) << b;
+      }
       if (!c.names.empty()) {
         EXPECT_EQ(band->name.rfind(c.names[b], 0), 0U) << band->name;
       }

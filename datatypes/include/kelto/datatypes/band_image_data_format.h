@@ -18,6 +18,23 @@ class KELTO_DATATYPES_EXPORT BandImageDataFormat : public DataFormat {
   // Values of data_type and the sample type each is read as. Some codes read alike: 4 and 5,
   // 7 and 8, 9 and 12. Code 9 reads 64 bits unsigned, whatever its place in the list suggests.
   // Any code above kDouble is as unknown as kNoSampleType.
+  //
+  // These are the family's own codes, not the "data type" of an ENVI header, which numbers the
+  // same types otherwise (ENVI's 12 is unsigned 16 bits, ours 12 is unsigned 64 bits). A reader
+  // of ENVI files translates:
+  //
+  //   sample type           here          ENVI
+  //   char, signed char     1, 2          none (ENVI's bytes are unsigned)
+  //   unsigned char         3             1
+  //   short (16 bits)       4, 5          2
+  //   unsigned short        6             12
+  //   int (32 bits)         7, 8          3
+  //   unsigned int          10            13
+  //   long (64 bits)        11            14
+  //   unsigned long         9, 12         15
+  //   float                 13            4
+  //   double                14            5
+  //   complex               none          6, 9
   enum eSampleType : std::uint32_t {
     kNoSampleType = 0,
     kChar = 1,

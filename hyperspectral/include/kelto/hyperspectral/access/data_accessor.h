@@ -2,6 +2,12 @@
 // is stopped (an image, optionally a correction matrix), starts it, which builds the output format
 // and the dense coefficients once, and reads while it runs. Image and matrix stay the caller's and
 // must outlive their use here. Reads are serialised by the accessor's lock.
+//
+// Only a normalised image is scaled and corrected. An image whose GetDataInfo().is_normalised is
+// false (the default of a new Hypercube) is taken for raw digital numbers: GetSpectrum hands out
+// its samples as they are, neither divided by the format's scale nor multiplied by the matrix,
+// even with a matrix set, and nothing says so. To get corrected values, set is_normalised (and
+// the format's scale, 1.0 for samples that are real values already) before reading.
 #pragma once
 
 #include <Eigen/Core>
@@ -40,7 +46,9 @@ class KELTO_HYPERSPECTRAL_EXPORT DataAccessor : public common::ControllerModule 
   // applies); null before the first start.
   const datatypes::BandImageDataFormat* GetDataFormat() const { return data_format.get(); }
 
-  // The scaled, and where a matrix applies corrected, spectrum of a pixel. std::runtime_error
+  // The scaled, and where a matrix applies corrected, spectrum of a pixel; the raw samples of an
+  // image that is not normalised, whatever the matrix. Samples equal to the fill value are not
+  // masked: they enter the correction as the numbers they are. std::runtime_error
   // "out of range pixel" outside the image. An unknown sample type throws std::logic_error
   // "Unexpected output data type." and leaves the accessor busy: it refuses further reads until
   // it is stopped.
