@@ -33,3 +33,11 @@
 #include <kelto/hyperspectral/correction/spline_interpolation.h>
 #include <kelto/hyperspectral/correction/utilities.h>
 #include <kelto/hyperspectral/resources/parameter_resources.h>
+
+#include <kelto/hyperspectral/management/context.h>
+#include <kelto/hyperspectral/management/context_dao.h>
+#include <kelto/hyperspectral/management/context_description.h>
+#include <kelto/hyperspectral/management/filter_responses.h>
+#include <kelto/hyperspectral/management/sensor_calibration_container.h>
+#include <kelto/hyperspectral/management/sensor_calibration_utilities.h>
+#include <kelto/hyperspectral/management/sensor_product_map.h>
