@@ -12,6 +12,7 @@
 #include <kelto/hyperspectral.h>
 
 #include "analysis_commands.h"
+#include "calibration_commands.h"
 #include "check_command.h"
 #include "cube_commands.h"
 #include "exit_codes.h"
@@ -171,6 +172,39 @@ int main(int argc, char** argv) {
   cube_command->add_option("--format", cube.format, "output format")
       ->check(CLI::IsMember({"ENVI", "GTiff"}));
   cube_command->add_flag("--json", cube.json, "print the summary as JSON on standard output");
+  ConvertRequest convert;
+  CLI::App* convert_command = app.add_subcommand(
+      "convert",
+      "Read calibrations of any age (files, or directories of *.xml) and write them in the current "
+      "form: one file to a file, several or a directory into a directory, each under its own "
+      "name. Every event above Ok of each read is printed. A read with an error is not written "
+      "unless --force; some old forms always report one (a calibration without version reports "
+      "\"!filter_zones.empty ()\"), so these need --force.");
+  convert_command->add_option("OLD", convert.inputs, "calibration files or directories")
+      ->required();
+  convert_command->add_option("-o,--output", convert.output, "the file or directory written")
+      ->required();
+  convert_command->add_flag("--force", convert.force, "write also what reads with errors");
+  convert_command->add_flag("--json", convert.json, "print a JSON report on standard output");
+  ScanRequest scan;
+  CLI::App* scan_command = app.add_subcommand(
+      "scan",
+      "Load every *.xml calibration of DIR, in name order, through the calibration container as "
+      "a program would, and say of each: accepted (with its sensor_id and standard name), refused "
+      "(with the reasons), or skipped as a second file of a sensor_id already loaded.\nExit "
+      "status: 0 all accepted, 1 the worst is a refusal for warnings or a skipped file, 2 a file "
+      "was refused for errors.");
+  scan_command->add_option("DIR", scan.directory, "the directory")->required();
+  scan_command->add_flag("--json", scan.json, "print a JSON report on standard output");
+  RenameRequest rename;
+  CLI::App* rename_command = app.add_subcommand(
+      "rename",
+      "Print the standard name of a calibration file (its type, then its sensor_id); with --apply "
+      "rename the file to it in its directory, refusing when the name is taken or would not "
+      "parse back.");
+  rename_command->add_option("FILE", rename.file, "the calibration file")->required();
+  rename_command->add_flag("--apply", rename.apply, "rename the file");
+  rename_command->add_flag("--json", rename.json, "print a JSON document");
   AddExitCodeFooters(app);
   if (const int code = ParseCommandLine(app, argc, argv); code >= 0) {
     return code;
@@ -184,6 +218,15 @@ int main(int argc, char** argv) {
     }
     if (cube_command->parsed()) {
       return RunCube(cube);
+    }
+    if (convert_command->parsed()) {
+      return RunConvert(convert);
+    }
+    if (scan_command->parsed()) {
+      return RunScan(scan);
+    }
+    if (rename_command->parsed()) {
+      return RunRename(rename);
     }
     if (matrix->parsed()) {
       analysis.all_bands = mask == "all";
