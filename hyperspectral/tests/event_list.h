@@ -20,7 +20,8 @@ using ParsingResult = common::XMLSerializableInterface::ParsingResult;
 // States and sources by their numbers, written out so that a renumbering shows.
 constexpr int kOk = 0, kWarning = 1, kError = 2;
 constexpr int kUnsupportedVersion = 11, kMissingVersion = 12, kMissingElement = 13,
-              kMissingAttribute = 14, kMissingValue = 20, kSanityCheck = 30, kReadStart = 40;
+              kMissingAttribute = 14, kMissingValue = 20, kSanityCheck = 30, kLegacyDefault = 31,
+              kReadStart = 40;
 
 inline EventTriple ReadStart(const std::string& tag) {
   return {kOk, kReadStart, tag};
@@ -38,6 +39,10 @@ inline EventTriple CheckWarning(const std::string& rule) {
   return Warning(kSanityCheck, rule);
 }
 
+inline EventTriple Ok(int source, const std::string& detail) {
+  return {kOk, source, detail};
+}
+
 // A read whose version the record refuses: it starts and stops at once.
 inline EventList Refused(const std::string& tag, int source = kUnsupportedVersion) {
   return {ReadStart(tag), Error(source, tag)};
@@ -47,6 +52,18 @@ inline EventList Events(const ParsingResult& result) {
   EventList list;
   for (const auto& event : result.events()) {
     list.emplace_back(static_cast<int>(event.state), static_cast<int>(event.source), event.detail);
+  }
+  return list;
+}
+
+// Only the events worse than Ok: what a reader of an old file reports beyond its bookkeeping.
+inline EventList NotOk(const ParsingResult& result) {
+  EventList list;
+  for (const auto& event : result.events()) {
+    if (event.state != ParsingResult::Ok) {
+      list.emplace_back(static_cast<int>(event.state), static_cast<int>(event.source),
+                        event.detail);
+    }
   }
   return list;
 }

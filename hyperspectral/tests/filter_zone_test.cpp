@@ -4,6 +4,9 @@
 
 #include <cmath>
 #include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "event_list.h"
 
@@ -285,11 +288,7 @@ TEST(FilterZoneVersions, EachLevelDispatchesOnItsOwnVersion) {
   BandInfo band;
   EXPECT_EQ(Events(Read(band, R"(<band index="1"><peaks/></band>)")),
             Refused("band", kMissingVersion));
-  for (const char* version : {"0", "1", "2"}) {
-    EXPECT_EQ(Events(Read(band, std::string("<band version=\"") + version + "\"/>")),
-              Refused("band"))
-        << version;
-  }
+  EXPECT_EQ(Events(Read(band, R"(<band version="-2"/>)")), Refused("band"));
   EXPECT_EQ(Read(band, R"(<band version="7" index="5" selected="true"><peaks/>
       <response nr_elements="1" values="0.5"/></band>)")
                 .state(),
@@ -304,6 +303,104 @@ TEST(FilterZoneVersions, EachLevelDispatchesOnItsOwnVersion) {
   EXPECT_EQ(Events(Read(mosaic, R"(<filter_zone layout="MOSAIC"/>)")),
             (EventList{ReadStart("filter_zone"), Warning(kMissingVersion, "filter_zone"),
                        Error(kUnsupportedVersion, "filter_zone")}));
+}
+
+// ----- older forms of peaks and bands
+
+TEST(FilterZoneLegacyPeaks, VersionZeroScalesTheHeightAndFixesShapeAndShare) {
+  PeakInfo peak = Peak(1.0, 0.5);
+  EXPECT_EQ(Events(Read(peak, R"(<peak version="0"><QE>512</QE></peak>)")),
+            (EventList{ReadStart("peak"), Error(kMissingAttribute, "order"),
+                       Error(kMissingValue, "wavelength_nm"), Error(kMissingValue, "fwhm_nm")}));
+  EXPECT_EQ(peak.order, 0u);
+  EXPECT_EQ(peak.quantum_efficiency, 0.5);
+  EXPECT_EQ(peak.shape, Distributions::DB_LORENTZIAN);
+  EXPECT_EQ(peak.contribution, 1.0);
+  EXPECT_EQ(peak.fit_error, 0.0);
+
+  // The same height in version 1 is taken as it stands.
+  EXPECT_EQ(Events(Read(peak, R"(<peak version="1" order="1" shape="none"><wavelength_nm>5
+      </wavelength_nm><fwhm_nm>1</fwhm_nm><QE>512</QE><contribution>0</contribution></peak>)")),
+            (EventList{ReadStart("peak")}));
+  EXPECT_EQ(peak.quantum_efficiency, 512.0);
+  EXPECT_EQ(peak.shape, Distributions::DB_NONE);
+}
+
+TEST(FilterZoneLegacyBands, EmptyElementsReportEachItemInReadingOrder) {
+  const std::vector<std::pair<std::string, EventList>> cases = {
+      {"0",
+       {ReadStart("band"), Error(kMissingAttribute, "pattern_position_index"),
+        Error(kMissingValue, "wavelength_nm"), Error(kMissingElement, "response_composition"),
+        Warning(kMissingElement, "fwhm_nm")}},
+      {"1",
+       {ReadStart("band"), Error(kMissingAttribute, "pattern_position_index"),
+        Error(kMissingValue, "wavelength_nm"), Warning(kMissingElement, "fwhm_nm"),
+        Warning(kMissingElement, "wavelength_2nd_nm"), Warning(kMissingElement, "fwhm_2nd_nm"),
+        Error(kMissingElement, "response_composition")}},
+      {"2",
+       {ReadStart("band"), Error(kMissingAttribute, "pattern_position_index"),
+        Error(kMissingElement, "peaks"), Error(kMissingElement, "response_composition")}}};
+  for (const auto& [version, events] : cases) {
+    BandInfo band = Band(7, 500.0);
+    EXPECT_EQ(Events(Read(band, "<band version=\"" + version + "\"/>")), events) << version;
+    EXPECT_EQ(band.pattern_position_index, 0u) << version;
+    EXPECT_FALSE(band.selected) << version;
+    // Only the lists of peaks are replaced; a response that is not in the file stays.
+    EXPECT_EQ(band.peaks.size(), version == "0" ? 1u : version == "1" ? 2u : 0u) << version;
+    EXPECT_EQ(band.response, Band(7, 500.0).response) << version;
+  }
+}
+
+TEST(FilterZoneLegacyBands, SecondPeakIsKeptEvenWhenAbsent) {
+  BandInfo band;
+  EXPECT_EQ(
+      Events(Read(band, R"(<band version="1" pattern_position_index="2">
+      <wavelength_nm>700</wavelength_nm><fwhm_nm>9</fwhm_nm>
+      <response_composition nr_elements="1" values="1024"/></band>)")),
+      (EventList{ReadStart("band"), Warning(kMissingElement, "wavelength_2nd_nm"),
+                 Warning(kMissingElement, "fwhm_2nd_nm"), ReadStart("response_composition")}));
+  ASSERT_EQ(band.peaks.size(), 2u);
+  EXPECT_EQ(band.peaks[1].order, 2u);
+  EXPECT_EQ(band.peaks[1].wavelength_nm, 0.0);
+  EXPECT_EQ(band.response, std::vector<double>{1.0});
+  EXPECT_EQ(Checks(band), (EventList{Check("0.0 < wavelength_nm"), Check("0.0 < fwhm_nm")}));
+}
+
+TEST(FilterZoneLegacyBands, VersionTwoNumbersPeaksByDescendingShare) {
+  const auto peak = [](const char* order, const char* contribution) {
+    return std::string(R"(<peak version="1" shape="Gaussian" order=")") + order +
+           R"("><wavelength_nm>600</wavelength_nm><fwhm_nm>9</fwhm_nm><QE>0.5</QE>
+           <contribution>)" +
+           contribution + "</contribution></peak>";
+  };
+  BandInfo band;
+  const std::string text = std::string(R"(<band version="2" pattern_position_index="0"><peaks>)") +
+                           peak("1", "0.2") + peak("2", "0.7") + R"(</peaks>
+      <response_composition nr_elements="0" values=""/></band>)";
+  EXPECT_EQ(NotOk(Read(band, text)), EventList{});
+  ASSERT_EQ(band.peaks.size(), 2u);
+  EXPECT_EQ(band.peaks[0].contribution, 0.7);
+  EXPECT_EQ(band.peaks[0].order, 1u);
+  EXPECT_EQ(band.peaks[1].contribution, 0.2);
+  EXPECT_EQ(band.peaks[1].order, 2u);
+
+  // A share that is not a number goes last instead of breaking the sort.
+  EXPECT_EQ(
+      NotOk(Read(band, Replace(Replace(text, ">0.2<", ">nan<"), R"(order="2")", R"(order="9")"))),
+      EventList{});
+  ASSERT_EQ(band.peaks.size(), 2u);
+  EXPECT_EQ(band.peaks[0].contribution, 0.7);
+  EXPECT_TRUE(std::isnan(band.peaks[1].contribution));
+  EXPECT_EQ(band.peaks[1].order, 2u);
+}
+
+TEST(FilterZoneLegacyBands, OverclaimedResponseKeepsWhatTheTextHolds) {
+  BandInfo band;
+  EXPECT_EQ(NotOk(Read(band, R"(<band version="0" pattern_position_index="1">
+      <wavelength_nm>700</wavelength_nm><fwhm_nm>9</fwhm_nm>
+      <response_composition nr_elements="4000000000" values="1024 2048"/></band>)")),
+            (EventList{Error(kMissingAttribute, "values")}));
+  EXPECT_EQ(band.response, (std::vector<double>{1.0, 2.0}));
 }
 
 TEST(FilterZoneChecks, EveryConditionInOrder) {

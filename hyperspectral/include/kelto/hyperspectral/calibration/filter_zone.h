@@ -48,6 +48,12 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInte
       virtual void _ReadXML_v1(ParsingResult& result, _xmlNode* const& node);
       virtual void _ReadXML_v2(ParsingResult& result, _xmlNode* const& node);
       virtual void _WriteXML_v2(_xmlNode*& node) const;
+
+     private:
+      void _ReadOrder(ParsingResult& result, _xmlNode* const& node);
+      // A double of the peak, (Error, MissingValue, name) when absent.
+      void _ReadValue(ParsingResult& result, _xmlNode* const& node, double& field,
+                      const char* name);
     };
 
     BandInfo() = default;
@@ -71,6 +77,12 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInte
     virtual void _ReadXML_v3(ParsingResult& result, _xmlNode* const& node);
     virtual void _ReadXML_v4(ParsingResult& result, _xmlNode* const& node);
     virtual void _WriteXML_v4(_xmlNode*& node) const;
+
+   private:
+    // Versions 0 to 2: the index under its old name, and the response in 10-bit numbers.
+    void _ReadLegacyIndex(ParsingResult& result, _xmlNode* const& node);
+    void _ReadLegacyResponse(ParsingResult& result, _xmlNode* const& node);
+    void _ReadPeaks(ParsingResult& result, _xmlNode* const& node);
   };
 
   static constexpr double refractive_index = 1.7;

@@ -1,0 +1,89 @@
+// The hand-written files of tests/data/legacy/, one per historic form of a record and one whole
+// calibration per old root version: each is read as a user's old file would be, with the exact
+// list of what it reports beyond the bookkeeping, and the values it must land on.
+#include <kelto/hyperspectral/calibration/filter_zone.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "event_list.h"
+
+namespace kelto::hyperspectral {
+namespace {
+
+using namespace kelto::testing;
+using BandInfo = FilterZone::BandInfo;
+using PeakInfo = FilterZone::BandInfo::PeakInfo;
+
+std::string Sample(const std::string& name) {
+  return std::string(KELTO_TEST_DATA_DIR) + "/legacy/" + name;
+}
+
+// Reads a sample into the record and gives the events worse than Ok.
+template <typename Record>
+EventList ReadSample(Record& record, const std::string& name) {
+  ParsingResult result;
+  record.ReadFile(result, Sample(name));
+  return NotOk(result);
+}
+
+TEST(LegacySamples, Peaks) {
+  PeakInfo peak;
+  EXPECT_EQ(ReadSample(peak, "peak_v0.xml"), EventList{});
+  EXPECT_EQ(peak.order, 1u);
+  EXPECT_EQ(peak.wavelength_nm, 612.5);
+  EXPECT_EQ(peak.fwhm_nm, 11.25);
+  EXPECT_EQ(peak.quantum_efficiency, 0.5);  // 512 of 1024
+  EXPECT_EQ(peak.shape, Distributions::DB_LORENTZIAN);
+  EXPECT_EQ(peak.contribution, 1.0);
+  EXPECT_TRUE(Checks(peak).empty());
+
+  peak.fit_error = 0.5;
+  EXPECT_EQ(ReadSample(peak, "peak_v1.xml"), EventList{});
+  EXPECT_EQ(peak.order, 2u);
+  EXPECT_EQ(peak.shape, Distributions::DB_LORENTZIAN);  // the older name "Lorentz"
+  EXPECT_EQ(peak.quantum_efficiency, 0.125);
+  EXPECT_EQ(peak.contribution, 0.3);
+  EXPECT_EQ(peak.fit_error, 0.0);
+}
+
+TEST(LegacySamples, Bands) {
+  BandInfo band;
+  EXPECT_EQ(ReadSample(band, "band_v0.xml"), (EventList{Warning(kMissingElement, "fwhm_nm")}));
+  EXPECT_EQ(band.pattern_position_index, 3u);
+  EXPECT_TRUE(band.selected);
+  EXPECT_EQ(band.response, (std::vector<double>{0.0, 0.25, 1.0, 0.5}));
+  ASSERT_EQ(band.peaks.size(), 1u);
+  EXPECT_EQ(band.peaks[0].wavelength_nm, 640.0);
+  EXPECT_EQ(band.peaks[0].fwhm_nm, 0.0);
+  EXPECT_EQ(Checks(band), (EventList{Check("0.0 < fwhm_nm")}));
+
+  EXPECT_EQ(ReadSample(band, "band_v1.xml"), EventList{});
+  EXPECT_EQ(band.pattern_position_index, 5u);
+  EXPECT_FALSE(band.selected);
+  EXPECT_EQ(band.response, (std::vector<double>{0.1, 1.0, 0.05}));
+  ASSERT_EQ(band.peaks.size(), 2u);
+  EXPECT_EQ(band.peaks[0].order, 1u);
+  EXPECT_EQ(band.peaks[0].wavelength_nm, 880.0);
+  EXPECT_EQ(band.peaks[0].fwhm_nm, 14.0);
+  EXPECT_EQ(band.peaks[1].order, 2u);
+  EXPECT_EQ(band.peaks[1].wavelength_nm, 440.0);
+  EXPECT_EQ(band.peaks[1].fwhm_nm, 7.0);
+
+  // Renumbered by share: the version 0 peak (share 1.0), then 0.7, then 0.2.
+  EXPECT_EQ(ReadSample(band, "band_v2.xml"), EventList{});
+  EXPECT_EQ(band.pattern_position_index, 1u);
+  EXPECT_EQ(band.response, (std::vector<double>{2.0, 0.0}));
+  ASSERT_EQ(band.peaks.size(), 3u);
+  const double wavelengths[] = {940.0, 620.0, 470.0};
+  for (unsigned long i = 0; i < 3; ++i) {
+    EXPECT_EQ(band.peaks[i].wavelength_nm, wavelengths[i]) << i;
+    EXPECT_EQ(band.peaks[i].order, i + 1) << i;
+  }
+  EXPECT_EQ(band.peaks[0].quantum_efficiency, 0.25);
+  EXPECT_EQ(band.peaks[2].shape, Distributions::DB_GAUSSIAN);
+}
+
+}  // namespace
+}  // namespace kelto::hyperspectral
