@@ -3,6 +3,7 @@
 // with short builders for the triples and a few operations on written text.
 #pragma once
 
+#include <exception>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -74,6 +75,37 @@ ParsingResult Read(Record& record, const std::string& xml) {
   ParsingResult result;
   record.ReadString(result, xml);
   return result;
+}
+
+// Reads a record from literal XML through ReadXML itself: an exception that the reader lets out
+// reaches the caller with its own type and text (ReadString alone would turn it into an event).
+template <typename Record>
+void ReadOrThrow(Record& record, const std::string& xml) {
+  class Relay : public common::XMLSerializableInterface {
+   public:
+    explicit Relay(Record& inner) : inner_(inner) {}
+    void ReadXML(ParsingResult& result, _xmlNode* const& node) override {
+      try {
+        inner_.ReadXML(result, node);
+      } catch (...) {
+        error_ = std::current_exception();
+      }
+    }
+    void WriteXML(_xmlNode*&) const override {}
+    void Rethrow() const {
+      if (error_) {
+        std::rethrow_exception(error_);
+      }
+    }
+
+   private:
+    Record& inner_;
+    std::exception_ptr error_;
+  };
+  Relay relay(record);
+  ParsingResult result;
+  relay.ReadString(result, xml);
+  relay.Rethrow();
 }
 
 // The events of the record's own sanity checks.

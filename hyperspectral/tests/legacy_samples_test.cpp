@@ -2,6 +2,7 @@
 // calibration per old root version: each is read as a user's old file would be, with the exact
 // list of what it reports beyond the bookkeeping, and the values it must land on.
 #include <kelto/hyperspectral/calibration/filter_zone.h>
+#include <kelto/hyperspectral/calibration/optical_component.h>
 
 #include <gtest/gtest.h>
 
@@ -83,6 +84,25 @@ TEST(LegacySamples, Bands) {
   }
   EXPECT_EQ(band.peaks[0].quantum_efficiency, 0.25);
   EXPECT_EQ(band.peaks[2].shape, Distributions::DB_GAUSSIAN);
+}
+
+TEST(LegacySamples, OpticalComponents) {
+  OpticalComponent component;
+  EXPECT_EQ(ReadSample(component, "optical_component_v0.xml"), EventList{});
+  EXPECT_EQ(component.type, OpticalComponents::OC_BANDPASS_FILTER);
+  EXPECT_EQ(component.part_id, "BP-450");
+  EXPECT_EQ(component.measured, common::time::DateFromString("2011-03-07"));
+  EXPECT_EQ(component.sample_points_nm, (std::vector<double>{400.0, 450.0, 500.0}));
+  EXPECT_EQ(component.response, (std::vector<double>{0.1, 0.9, 0.2}));
+  EXPECT_EQ(component.GetFriendlyName(), "bandpass filter: 425.0-475.0nm (Acme Optics)");
+  EXPECT_TRUE(Checks(component).empty());
+
+  EXPECT_EQ(ReadSample(component, "optical_component_v1.xml"),
+            (EventList{Error(kMissingElement, "created")}));
+  EXPECT_EQ(component.type, OpticalComponents::OC_SOURCE);
+  EXPECT_EQ(component.measured, common::time::DateFromString("1900-01-01"));
+  EXPECT_EQ(component.sample_points_nm, (std::vector<double>{400.0, 405.0, 410.0, 415.0}));
+  EXPECT_EQ(component.GetFriendlyName(), "source: halogen 3200K (Lumen Works)");
 }
 
 }  // namespace
