@@ -1,6 +1,7 @@
 // The hand-written files of tests/data/legacy/, one per historic form of a record and one whole
 // calibration per old root version: each is read as a user's old file would be, with the exact
 // list of what it reports beyond the bookkeeping, and the values it must land on.
+#include <kelto/hyperspectral/calibration/correction_matrix.h>
 #include <kelto/hyperspectral/calibration/filter_zone.h>
 #include <kelto/hyperspectral/calibration/optical_component.h>
 
@@ -103,6 +104,54 @@ TEST(LegacySamples, OpticalComponents) {
   EXPECT_EQ(component.measured, common::time::DateFromString("1900-01-01"));
   EXPECT_EQ(component.sample_points_nm, (std::vector<double>{400.0, 405.0, 410.0, 415.0}));
   EXPECT_EQ(component.GetFriendlyName(), "source: halogen 3200K (Lumen Works)");
+}
+
+TEST(LegacySamples, CorrectionMatrices) {
+  using Version = std::pair<unsigned long, unsigned long>;
+  CorrectionMatrix matrix;
+  EXPECT_EQ(ReadSample(matrix, "correction_matrix_v0.xml"), EventList{});
+  EXPECT_EQ(matrix.name, "hyperspectral");
+  EXPECT_EQ(matrix.algorithm, CorrectionAlgorithms::CA_TACKTILE_0);
+  EXPECT_EQ(matrix.type, CorrectionMatrixTypes::CT_UNKNOWN);
+  ASSERT_EQ(matrix.virtual_bands.size(), 2u);
+  EXPECT_EQ(matrix.virtual_bands[1].wavelength_nm, 640.0);
+  EXPECT_EQ(matrix.virtual_bands[1].fwhm_nm, 15.0);
+  EXPECT_EQ(matrix.virtual_bands[1].coefficients, (std::vector<double>{-0.5, 1.5, 0.125}));
+  EXPECT_TRUE(Checks(matrix).empty());
+
+  EXPECT_EQ(ReadSample(matrix, "correction_matrix_v1.xml"), EventList{});
+  ASSERT_EQ(matrix.virtual_bands.size(), 1u);
+  EXPECT_EQ(matrix.virtual_bands[0].fwhm_nm, 20.0);
+  EXPECT_EQ(matrix.virtual_bands[0].coefficients, (std::vector<double>{0.75, 0.25}));
+
+  EXPECT_EQ(ReadSample(matrix, "correction_matrix_v2.xml"), EventList{});
+  EXPECT_EQ(matrix.created, common::time::UniversalTimeFromString("2012-06-30T14:05:00Z"));
+  EXPECT_EQ(matrix.name, "daylight");
+  EXPECT_EQ(matrix.algorithm, CorrectionAlgorithms::CA_PITCHFORK_0);
+  EXPECT_EQ(matrix.type, CorrectionMatrixTypes::CT_REFLECTANCE);
+  EXPECT_EQ(matrix.algorithm_version, (Version{0, 0}));
+  ASSERT_EQ(matrix.virtual_bands.size(), 1u);
+  EXPECT_EQ(matrix.virtual_bands[0].fwhm_nm, 12.5);
+
+  EXPECT_EQ(ReadSample(matrix, "correction_matrix_v3.xml"), EventList{});
+  EXPECT_EQ(matrix.created, common::time::UniversalTimeFromString("2013-01-02T03:04:05Z"));
+  EXPECT_EQ(matrix.type, CorrectionMatrixTypes::CT_REFLECTANCE);
+  ASSERT_EQ(matrix.optical_components.size(), 1u);
+  EXPECT_EQ(matrix.optical_components[0].measured, common::time::DateFromString("2012-11-20"));
+
+  EXPECT_EQ(ReadSample(matrix, "correction_matrix_v4.xml"), EventList{});
+  EXPECT_EQ(matrix.created, common::time::TimePoint());
+  EXPECT_EQ(matrix.type, CorrectionMatrixTypes::CT_IRRADIANCE);
+  EXPECT_EQ(matrix.algorithm_version, (Version{2, 7}));
+  EXPECT_TRUE(matrix.virtual_bands.empty());
+  EXPECT_EQ(matrix.minimum_band_energy, 1.0);
+
+  EXPECT_EQ(ReadSample(matrix, "correction_matrix_v5.xml"), EventList{});
+  EXPECT_EQ(matrix.algorithm_version, (Version{1, 0}));
+  EXPECT_EQ(matrix.minimum_band_energy, 0.05);
+  EXPECT_EQ(matrix.type, CorrectionMatrixTypes::CT_REFLECTANCE);
+  ASSERT_EQ(matrix.virtual_bands.size(), 1u);
+  EXPECT_EQ(matrix.virtual_bands[0].coefficients, (std::vector<double>{0.0, 0.5, 0.5}));
 }
 
 }  // namespace
