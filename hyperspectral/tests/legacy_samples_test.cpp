@@ -4,6 +4,7 @@
 #include <kelto/hyperspectral/calibration/correction_matrix.h>
 #include <kelto/hyperspectral/calibration/filter_zone.h>
 #include <kelto/hyperspectral/calibration/optical_component.h>
+#include <kelto/hyperspectral/calibration/rejection_filter.h>
 
 #include <gtest/gtest.h>
 
@@ -152,6 +153,18 @@ TEST(LegacySamples, CorrectionMatrices) {
   EXPECT_EQ(matrix.type, CorrectionMatrixTypes::CT_REFLECTANCE);
   ASSERT_EQ(matrix.virtual_bands.size(), 1u);
   EXPECT_EQ(matrix.virtual_bands[0].coefficients, (std::vector<double>{0.0, 0.5, 0.5}));
+}
+
+TEST(LegacySamples, RejectionFilter) {
+  RejectionFilter filter;
+  EXPECT_EQ(ReadSample(filter, "rejection_filter_v0.xml"), EventList{});
+  EXPECT_EQ(filter.type, RejectionFilters::RF_BANDPASS_600EO_875EO);
+  EXPECT_EQ(filter.wavelengths.Values(), (std::vector<double>{600.0, 625.0, 650.0, 675.0, 700.0}));
+  const OpticalComponent component = filter.Convert();
+  EXPECT_EQ(component.sample_points_nm.size(), 101u);
+  EXPECT_EQ(component.response, (std::vector<double>{0.1, 0.6, 0.9, 0.7, 0.2}));
+  EXPECT_EQ(component.tag, "bandpass_600eo-875eo");
+  EXPECT_EQ(component.GetFriendlyName(), "bandpass filter: 625.0-675.0nm ()");
 }
 
 }  // namespace
