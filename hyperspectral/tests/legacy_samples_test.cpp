@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "event_list.h"
 
@@ -165,6 +166,112 @@ TEST(LegacySamples, RejectionFilter) {
   EXPECT_EQ(component.response, (std::vector<double>{0.1, 0.6, 0.9, 0.7, 0.2}));
   EXPECT_EQ(component.tag, "bandpass_600eo-875eo");
   EXPECT_EQ(component.GetFriendlyName(), "bandpass filter: 625.0-675.0nm ()");
+}
+
+std::vector<unsigned long> Indices(const FilterZone& zone) {
+  std::vector<unsigned long> indices;
+  for (const BandInfo& band : zone.bands) {
+    indices.push_back(band.pattern_position_index);
+  }
+  return indices;
+}
+
+TEST(LegacySamples, UnversionedMosaicFilter) {
+  MosaicFilterZone zone;
+  EXPECT_EQ(ReadSample(zone, "filter_unversioned_mosaic.xml"),
+            (EventList{Warning(kMissingVersion, "filter"),
+                       CheckWarning("active_area_width and mosaic_pattern_width")}));
+  EXPECT_EQ(zone.filter_area, common::RegionOfInterest(0.0, 8.0, 2048.0, 1080.0));
+  EXPECT_EQ(zone.pattern_width, 4u);
+  EXPECT_EQ(zone.pattern_height, 4u);
+  EXPECT_EQ(zone.filter_width, 1u);
+  EXPECT_EQ(zone.filter_height, 1u);
+  EXPECT_EQ(zone.spectral_range_start_nm, 470.0);
+  EXPECT_EQ(zone.spectral_range_end_nm, 620.0);
+  ASSERT_EQ(zone.bands.size(), 16u);
+  // Sorted on the new index, which counts rows from the top: the file's band 12 comes first,
+  // its band 0 is 12th, its band 15 is 3rd.
+  for (unsigned long i = 0; i < 16; ++i) {
+    EXPECT_EQ(zone.bands[i].pattern_position_index, i);
+  }
+  const auto band_of_file = [&](unsigned long b) -> const BandInfo& {
+    return zone.bands.at((3 - b / 4) * 4 + b % 4);
+  };
+  EXPECT_EQ(zone.bands[12].peaks.at(0).wavelength_nm, 470.0);
+  EXPECT_EQ(zone.bands[3].peaks.at(0).wavelength_nm, 620.0);
+  for (unsigned long b = 0; b < 16; ++b) {
+    const BandInfo& band = band_of_file(b);
+    ASSERT_EQ(band.peaks.size(), 1u);
+    EXPECT_EQ(band.peaks[0].wavelength_nm, 470.0 + 10.0 * static_cast<double>(b)) << b;
+    EXPECT_EQ(band.peaks[0].fwhm_nm, 8.0 + static_cast<double>(b % 4)) << b;
+    // No selection list: every band takes part but band 5, switched off by its sign.
+    EXPECT_EQ(band.selected, b != 5) << b;
+    // Three samples, 64 (b + 1) (s + 1) in 10-bit numbers.
+    const double unit = static_cast<double>(b + 1) / 16.0;
+    EXPECT_EQ(band.response, (std::vector<double>{unit, 2.0 * unit, 3.0 * unit})) << b;
+  }
+  EXPECT_TRUE(Checks(zone).empty());
+}
+
+TEST(LegacySamples, UnversionedWedgeFilter) {
+  WedgeFilterZone zone;
+  EXPECT_EQ(
+      ReadSample(zone, "filter_unversioned_wedge.xml"),
+      (EventList{Warning(kMissingVersion, "filter"), Warning(kMissingValue, "active_area_offset_x"),
+                 Warning(kLegacyDefault, "bands"),
+                 CheckWarning("active_area_height and pattern_height")}));
+  // The area begins at the first band's offset and holds four stripes of 10 lines.
+  EXPECT_EQ(zone.filter_area, common::RegionOfInterest(0.0, 100.0, 2048.0, 40.0));
+  EXPECT_EQ(zone.pattern_width, 1u);
+  EXPECT_EQ(zone.pattern_height, 4u);
+  EXPECT_EQ(zone.filter_width, 2048u);
+  EXPECT_EQ(zone.filter_height, 10u);
+  EXPECT_EQ(Indices(zone), (std::vector<unsigned long>{0, 1, 2, 3}));
+  // The file's last band lies on top.
+  const double wavelengths[] = {900.0, 800.0, 700.0, 600.0};
+  const double widths[] = {13.0, 0.0, 11.0, 10.0};
+  const bool selected[] = {true, false, true, true};
+  const std::vector<double> responses[] = {
+      {0.0, 0.0, 1.0}, {0.0, 0.5, 0.0}, {0.0, 0.5, 0.0}, {1.0, 0.0, 0.0}};
+  for (unsigned long i = 0; i < 4; ++i) {
+    EXPECT_EQ(zone.bands[i].peaks.at(0).wavelength_nm, wavelengths[i]) << i;
+    EXPECT_EQ(zone.bands[i].peaks.at(0).fwhm_nm, widths[i]) << i;
+    EXPECT_EQ(zone.bands[i].selected, selected[i]) << i;
+    EXPECT_EQ(zone.bands[i].response, responses[i]) << i;
+  }
+  EXPECT_EQ(Checks(zone), (EventList{Check("0.0 < fwhm_nm")}));
+}
+
+TEST(LegacySamples, UnversionedTiledFilter) {
+  TiledFilterZone zone;
+  EXPECT_EQ(ReadSample(zone, "filter_unversioned_tiled.xml"),
+            (EventList{Warning(kMissingVersion, "filter")}));
+  EXPECT_EQ(zone.filter_area, common::RegionOfInterest(16.0, 32.0, 512.0, 512.0));
+  EXPECT_EQ(zone.pattern_width, 2u);
+  EXPECT_EQ(zone.pattern_height, 2u);
+  EXPECT_EQ(zone.filter_width, 256u);
+  EXPECT_EQ(zone.filter_height, 256u);
+  // Bands 0 to 3 on tiles 3 to 0, then on the mirrored row: tiles 1, 0, 3, 2.
+  EXPECT_EQ(Indices(zone), (std::vector<unsigned long>{0, 1, 2, 3}));
+  std::vector<double> wavelengths;
+  for (const BandInfo& band : zone.bands) {
+    wavelengths.push_back(band.peaks.at(0).wavelength_nm);
+    EXPECT_TRUE(band.response.empty());
+  }
+  EXPECT_EQ(wavelengths, (std::vector<double>{750.0, 650.0, 950.0, 850.0}));
+  EXPECT_TRUE(Checks(zone).empty());
+}
+
+TEST(LegacySamples, WedgeZoneOfVersionZero) {
+  WedgeFilterZone zone;
+  EXPECT_EQ(ReadSample(zone, "filter_zone_v0_wedge.xml"), EventList{});
+  EXPECT_EQ(zone.filter_area, common::RegionOfInterest(0.0, 100.0, 2048.0, 50.0));
+  EXPECT_EQ(zone.pattern_height, 5u);
+  EXPECT_EQ(zone.filter_height, 10u);
+  ASSERT_EQ(zone.bands.size(), 5u);
+  EXPECT_EQ(zone.bands[4].response, (std::vector<double>{0.0, 0.25}));
+  // Widened, the area holds five whole stripes again.
+  EXPECT_TRUE(Checks(zone).empty());
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 #include <deque>
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -87,6 +89,10 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInte
 
   static constexpr double refractive_index = 1.7;
 
+  // The most bands that a zone of the unversioned form may have, as its "nr_bands" or as counted
+  // from its lists; no real filter comes near. A file that asks for more keeps no bands.
+  static constexpr unsigned long kMaxBands = 100000;
+
   explicit FilterZone(eFilterLayout const& layout);
 
   eFilterLayout const& filter_layout() const { return filter_layout_; }
@@ -147,7 +153,23 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInte
   virtual void _ReadXML_v3(ParsingResult& result, _xmlNode* const& node);
   virtual void _WriteXML_v3(_xmlNode*& node) const;
 
+  // Old files numbered the pattern from its bottom row: each band's index is moved to the same
+  // column of the mirrored row. Needs a pattern_width other than 0.
+  void _FlipPatternRows();
+
  private:
+  // Per band number, the comma-separated values of one list of the unversioned form
+  // ("wavelength", "fwhm", "fwfm"): one value per peak.
+  using BandLists = std::map<int, std::deque<double>>;
+
+  // The parts of the unversioned form, in reading order.
+  void _ReadLegacyArea(ParsingResult& result, _xmlNode* const& node);
+  void _ReadBandLists(ParsingResult& result, _xmlNode* const& node, const char* name,
+                      BandLists& lists, bool required);
+  // The numbers of the bands that take part; `listed` of them when the file names none.
+  std::set<double> _ReadActiveBands(_xmlNode* const& node, std::size_t listed);
+  void _ReadLegacyResponses(ParsingResult& result, _xmlNode* const& node, unsigned long nr_bands);
+
   eFilterLayout filter_layout_;
 };
 
