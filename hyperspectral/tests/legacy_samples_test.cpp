@@ -5,10 +5,13 @@
 #include <kelto/hyperspectral/calibration/filter_zone.h>
 #include <kelto/hyperspectral/calibration/optical_component.h>
 #include <kelto/hyperspectral/calibration/rejection_filter.h>
+#include <kelto/hyperspectral/calibration/sensor_calibration.h>
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "event_list.h"
@@ -272,6 +275,162 @@ TEST(LegacySamples, WedgeZoneOfVersionZero) {
   EXPECT_EQ(zone.bands[4].response, (std::vector<double>{0.0, 0.25}));
   // Widened, the area holds five whole stripes again.
   EXPECT_TRUE(Checks(zone).empty());
+}
+
+TEST(LegacySamples, FilterBlocks) {
+  FilterInfo filter;
+  EXPECT_EQ(ReadSample(filter, "filter_info_unversioned.xml"),
+            (EventList{Check("!filter_zones.empty ()")}));
+  EXPECT_EQ(filter.calibration_info.sample_points_nm,
+            (std::vector<double>{600.0, 600.25, 600.5, 600.75, 601.0}));
+
+  EXPECT_EQ(ReadSample(filter, "filter_info_v0.xml"),
+            (EventList{Check("(i == filter_zone.index)")}));
+  EXPECT_EQ(filter.calibration_info.sample_points_nm, (std::vector<double>{470.0, 685.0, 900.0}));
+  ASSERT_EQ(filter.filter_zones.size(), 2u);
+  EXPECT_EQ(filter.filter_zones[1].index, 0u);
+  EXPECT_EQ(filter.filter_zones[1].filter_layout(), FilterZone::WEDGE);
+  EXPECT_EQ(filter.GetTotalNrBands(), 3u);
+  EXPECT_EQ(filter.GetTypeName(), "QL150-470_900");
+}
+
+// What a calibration of the current form holds after the legacy one is written and read back:
+// times to the second, and a matrix of unknown type as a reflectance matrix.
+SensorCalibration WrittenForm(SensorCalibration calibration) {
+  const auto seconds = [](common::time::TimePoint time) {
+    return std::chrono::floor<std::chrono::seconds>(time);
+  };
+  calibration.created = seconds(calibration.created);
+  calibration.modified = seconds(calibration.modified);
+  for (CorrectionMatrix& matrix :
+       calibration.system_info.spectral_correction_info.correction_matrices) {
+    if (matrix.type == CorrectionMatrixTypes::CT_UNKNOWN) {
+      matrix.type = CorrectionMatrixTypes::CT_REFLECTANCE;
+    }
+  }
+  return calibration;
+}
+
+// A legacy calibration written in the current form reads back whole and without complaint.
+void ExpectCurrentFormReadsBack(const SensorCalibration& legacy) {
+  SensorCalibration current;
+  const auto result = Read(current, legacy.WriteString());
+  EXPECT_EQ(NotOk(result), EventList{});
+  EXPECT_TRUE(current == WrittenForm(legacy));
+}
+
+TEST(LegacySamples, UnversionedCalibration) {
+  SensorCalibration calibration;
+  const auto before = common::time::CurrentUniversalTime();
+  calibration.modified = before;
+  EXPECT_EQ(
+      ReadSample(calibration, "calibration_unversioned.xml"),
+      (EventList{Warning(kMissingVersion, "sensor_calibration"),
+                 Check("The .xml file is not of type SensorInfo"),
+                 Warning(kMissingVersion, "sensor"), Check("!filter_zones.empty ()"),
+                 Warning(kMissingVersion, "filter"), Warning(kMissingValue, "active_area_width")}));
+  EXPECT_EQ(calibration.sensor_id, "0.0.0.0");
+  EXPECT_EQ(calibration.created, common::time::TimePoint());
+  EXPECT_EQ(calibration.modified, before);  // not in such a file
+  EXPECT_EQ(calibration.sensor_info.sensor_type, common::SensorTypes::VKR9);
+  EXPECT_EQ(calibration.sensor_info.width_px, 64);
+  EXPECT_EQ(calibration.filter_info.calibration_info.sample_points_nm,
+            (std::vector<double>{470.0, 480.0, 490.0}));
+  ASSERT_EQ(calibration.filter_info.filter_zones.size(), 1u);
+  const FilterZone& zone = calibration.filter_info.filter_zones[0];
+  EXPECT_EQ(zone.filter_layout(), FilterZone::MOSAIC);
+  // 10 rows above the bottom and 32 high on a chip of 48 rows: 6 rows below the top.
+  EXPECT_EQ(zone.filter_area, common::RegionOfInterest(0.0, 6.0, 64.0, 32.0));
+  EXPECT_EQ(Indices(zone), (std::vector<unsigned long>{0, 1, 2, 3}));
+  EXPECT_EQ(zone.bands[0].peaks.at(0).wavelength_nm, 560.0);
+  EXPECT_EQ(zone.bands[0].response, (std::vector<double>{0.25, 0.5, 1.0}));
+  EXPECT_EQ(calibration.GetTypeName(), "VKR9-MZT2x2-470_620");
+  EXPECT_TRUE(Checks(calibration).empty());
+  ExpectCurrentFormReadsBack(calibration);
+}
+
+TEST(LegacySamples, CalibrationOfVersionZero) {
+  SensorCalibration calibration;
+  ParsingResult result;
+  calibration.ReadFile(result, Sample("calibration_v0.xml"));
+  EXPECT_EQ(NotOk(result), EventList{});
+  EXPECT_EQ(result.state(), kOk);
+  EXPECT_EQ(calibration.modified, common::time::TimePoint());
+  ASSERT_EQ(calibration.filter_info.filter_zones.size(), 1u);
+  const FilterZone& zone = calibration.filter_info.filter_zones[0];
+  EXPECT_EQ(zone.filter_layout(), FilterZone::WEDGE);
+  // Widened from the three selected stripes to all five.
+  EXPECT_EQ(zone.filter_area, common::RegionOfInterest(0.0, 100.0, 2048.0, 50.0));
+  EXPECT_EQ(zone.pattern_height, 5u);
+  EXPECT_EQ(zone.bands[3].response, (std::vector<double>{0.0, 0.5, 0.25}));
+  EXPECT_EQ(calibration.filter_info.calibration_info.sample_points_nm,
+            (std::vector<double>{600.0, 800.0, 1000.0}));
+  // The rejection filter as the system's one component, the matrix as its one matrix.
+  ASSERT_EQ(calibration.system_info.optical_components.size(), 1u);
+  const OpticalComponent& filter = calibration.system_info.optical_components[0];
+  EXPECT_EQ(filter.type, OpticalComponents::OC_BANDPASS_FILTER);
+  EXPECT_EQ(filter.tag, "bandpass_600eo-975eo");
+  EXPECT_EQ(filter.sample_points_nm.size(), 401u);
+  EXPECT_EQ(filter.transmission_range_start_nm, 700.0);
+  EXPECT_EQ(filter.transmission_range_end_nm, 900.0);
+  const auto& matrices = calibration.system_info.spectral_correction_info.correction_matrices;
+  ASSERT_EQ(matrices.size(), 1u);
+  EXPECT_EQ(matrices[0].name, "hyperspectral");
+  EXPECT_EQ(matrices[0].virtual_bands.size(), 2u);
+  EXPECT_EQ(matrices[0].virtual_bands[1].fwhm_nm, 20.0);
+  EXPECT_EQ(calibration.GetTypeName(), "VKR9-QL5-600_1000");
+  ExpectCurrentFormReadsBack(calibration);
+}
+
+TEST(LegacySamples, CalibrationOfVersionOne) {
+  SensorCalibration calibration;
+  EXPECT_EQ(ReadSample(calibration, "calibration_v1.xml"), EventList{});
+  EXPECT_EQ(calibration.sensor_id, "12.4.7.1");
+  // The fraction of the stamp is gone.
+  EXPECT_EQ(calibration.created, common::time::UniversalTimeFromString("2012-03-15T10:15:30Z"));
+  EXPECT_EQ(calibration.modified, calibration.created);
+  // The gains of the grid win over those of the sensor block; the capacity is the block's.
+  const SensorInfo& sensor = calibration.sensor_info;
+  EXPECT_EQ(sensor.analog_gain, 2.0);
+  EXPECT_EQ(sensor.digital_gain, 1.5);
+  EXPECT_EQ(sensor.overall_gain, 0.2275);
+  EXPECT_EQ(sensor.full_well_capacity_e, 13500);
+  const FilterZone& zone = calibration.filter_info.filter_zones.at(0);
+  EXPECT_EQ(zone.filter_layout(), FilterZone::TILED);
+  EXPECT_EQ(zone.bands.at(1).response, (std::vector<double>{0.0, 0.35, 0.0}));
+  EXPECT_EQ(zone.bands.at(3).peaks.at(0).order, 1u);
+  const OpticalComponent& lens = calibration.system_info.optical_components.at(0);
+  EXPECT_EQ(lens.sample_points_nm, (std::vector<double>{600.0, 700.0, 800.0, 900.0, 1000.0}));
+  EXPECT_EQ(lens.measured, common::time::DateFromString("2012-03-14"));
+  const CorrectionMatrix& matrix =
+      calibration.system_info.spectral_correction_info.correction_matrices.at(0);
+  EXPECT_EQ(matrix.type, CorrectionMatrixTypes::CT_REFLECTANCE);
+  EXPECT_EQ(matrix.algorithm, CorrectionAlgorithms::CA_PITCHFORK_0);
+  EXPECT_EQ(calibration.GetTypeName(), "VKR9-TZT4-600_1000");
+  ExpectCurrentFormReadsBack(calibration);
+}
+
+TEST(LegacySamples, CalibrationOfVersionTwo) {
+  SensorCalibration calibration;
+  EXPECT_EQ(ReadSample(calibration, "calibration_v2.xml"), EventList{});
+  EXPECT_EQ(calibration.sensor_id, "20.1.3.9");
+  EXPECT_EQ(calibration.created, common::time::UniversalTimeFromString("2016-04-01T12:00:00Z"));
+  EXPECT_EQ(calibration.filter_info.calibration_info.sample_points_nm,
+            (std::vector<double>{470.0, 545.0, 620.0}));
+  const FilterZone& zone = calibration.filter_info.filter_zones.at(0);
+  EXPECT_EQ(zone.filter_layout(), FilterZone::MOSAIC);
+  EXPECT_EQ(zone.bands.at(0).peaks.at(0).fit_error, 0.02);
+  EXPECT_EQ(zone.bands.at(3).peaks.at(0).fit_error, 0.0);
+  const auto& matrices = calibration.system_info.spectral_correction_info.correction_matrices;
+  ASSERT_EQ(matrices.size(), 2u);
+  EXPECT_EQ(matrices[0].algorithm_version, (std::pair<unsigned long, unsigned long>{1, 2}));
+  EXPECT_EQ(matrices[0].minimum_band_energy, 1.0);
+  EXPECT_EQ(matrices[1].type, CorrectionMatrixTypes::CT_IRRADIANCE);
+  EXPECT_EQ(matrices[1].minimum_band_energy, 0.5);
+  EXPECT_EQ(calibration.system_info.optical_components.at(0).measured,
+            common::time::DateFromString("2016-03-30"));
+  EXPECT_EQ(calibration.GetTypeName(), "VKR9-MZT2x2-470_620");
+  ExpectCurrentFormReadsBack(calibration);
 }
 
 }  // namespace
