@@ -10,6 +10,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -431,6 +434,154 @@ TEST(LegacySamples, CalibrationOfVersionTwo) {
             common::time::DateFromString("2016-03-30"));
   EXPECT_EQ(calibration.GetTypeName(), "VKR9-MZT2x2-470_620");
   ExpectCurrentFormReadsBack(calibration);
+}
+
+// ----- hostile files
+
+std::string SampleText(const std::string& name) {
+  std::ifstream file(Sample(name), std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+// One defect put into a sample calibration, and all it must report beyond the bookkeeping.
+struct Hostile {
+  std::string what;
+  std::string sample;
+  std::vector<std::pair<std::string, std::string>> edits;
+  EventList events;
+};
+
+// What calibration_unversioned.xml reports as it stands.
+const EventList kUnversioned = {Warning(kMissingVersion, "sensor_calibration"),
+                                Check("The .xml file is not of type SensorInfo"),
+                                Warning(kMissingVersion, "sensor"),
+                                Check("!filter_zones.empty ()"),
+                                Warning(kMissingVersion, "filter"),
+                                Warning(kMissingValue, "active_area_width")};
+
+EventList Unversioned(const EventList& more) {
+  EventList events = kUnversioned;
+  events.insert(events.end(), more.begin(), more.end());
+  return events;
+}
+
+const std::string kMosaic = "calibration_unversioned.xml";
+const std::string kSelection = "<active_bands>0, 1, 2, 3</active_bands>";
+const std::string kTooMany = "nr_bands is more bands than a zone can have";
+const std::string kZoneBands = "bands.size () == pattern_width*pattern_height";
+const std::string kCalibrationBands =
+    "filter_zone.bands.size () == filter_zone.pattern_height*filter_zone.pattern_width";
+const std::string kNoResponse = "0 < band.response.size ()";
+const std::string kMisfit =
+    "band.response.size () == filter_info.calibration_info.sample_points_nm.size ()";
+
+TEST(LegacyHostileFiles, CountsBeyondAnyFilterAndBrokenPatternsAreEventsOnly) {
+  const std::vector<Hostile> cases = {
+      {"a zone of four billion bands",
+       kMosaic,
+       {{kSelection, kSelection + "<nr_bands>4000000000</nr_bands>"}},
+       Unversioned({Check("nr_bands"), Check(kTooMany), Error(kMissingValue, "filter_responses"),
+                    Check(kZoneBands), Check(kCalibrationBands)})},
+      {"a band number far beyond any filter",
+       kMosaic,
+       {{R"(<band number="3">600</band>)", R"(<band number="2000000000">600</band>)"}},
+       Unversioned({Check(kTooMany), Error(kMissingValue, "filter_responses"), Check(kZoneBands),
+                    Check(kCalibrationBands)})},
+      {"a grid of twenty billion samples",
+       kMosaic,
+       {{"<calibration_resolution>10<", "<calibration_resolution>1e-9<"}},
+       {Warning(kMissingVersion, "sensor_calibration"),
+        Check("The .xml file is not of type SensorInfo"), Warning(kMissingVersion, "sensor"),
+        Check("The range of calibration_data gives no wavelength grid"),
+        CheckWarning("!sample_points_nm.empty ()"), Check("!filter_zones.empty ()"),
+        Warning(kMissingVersion, "filter"), Warning(kMissingValue, "active_area_width"),
+        Check("The range of calibration_data gives no number of samples that filter_responses "
+              "can hold"),
+        CheckWarning("!sample_points_nm.empty ()"), CheckWarning(kNoResponse),
+        CheckWarning(kNoResponse), CheckWarning(kNoResponse), CheckWarning(kNoResponse)}},
+      {"fewer responses than samples times bands",
+       kMosaic,
+       {{"256, 512, 1024, 512", "256, 512"}},
+       Unversioned({Error(kMissingValue, "filter_responses"), CheckWarning(kNoResponse),
+                    CheckWarning(kMisfit), CheckWarning(kNoResponse), CheckWarning(kMisfit),
+                    CheckWarning(kNoResponse), CheckWarning(kMisfit), CheckWarning(kNoResponse),
+                    CheckWarning(kMisfit)})},
+      {"a negative height",
+       kMosaic,
+       {{"<active_area_height>32<", "<active_area_height>-32<"}},
+       Unversioned({Check("0 < height")})},
+      {"a wedge without bands",
+       kMosaic,
+       {{R"(type="3")", R"(type="0")"},
+        {R"(<band number="0">480</band>)", ""},
+        {R"(<band number="1">520</band>)", ""},
+        {R"(<band number="2">560</band>)", ""},
+        {R"(<band number="3">600</band>)", ""}},
+       Unversioned({Error(kMissingValue, "filter_responses"),
+                    Check("lines_per_band can't be shared out over a wedge without bands"),
+                    Warning(kLegacyDefault, "lines_per_band"),
+                    Warning(kLegacyDefault, "first_band_offset"), Check("0 < pattern_height"),
+                    Check("0 < filter_height")})},
+      {"tiles without columns",
+       kMosaic,
+       {{R"(type="3")", R"(type="1")"},
+        {kSelection, kSelection + "<tileCols>0</tileCols>"
+                                  "<tileRows>2</tileRows>"}},
+       Unversioned({Check("The rows of tiles without columns can't be turned upside down"),
+                    Check("0 < width"), Check("0.0 <= offset_y"), Check("0 < pattern_width"),
+                    Check(kZoneBands), Check(kCalibrationBands)})},
+      {"a tile table with more bands than the zone, and one far beyond",
+       kMosaic,
+       {{R"(type="3")", R"(type="1")"},
+        {kSelection, kSelection + R"(<tileCols>2</tileCols><tileRows>2</tileRows>
+            <tileToBandNr><band tile="0">0</band><band tile="1">1</band><band tile="2">2e9</band>
+            <band tile="2">2</band><band tile="3">3</band><band tile="3">4</band></tileToBandNr>)"}},
+       Unversioned({Check("tileToBandNr holds a band number that no zone has"),
+                    Check("tileToBandNr holds more bands than the zone"), Check("0.0 <= offset_y"),
+                    Check("sensor_info.width_px >= filter_zone.filter_area.offset_x + "
+                          "filter_zone.filter_area.width")})},
+      {"a rejection filter of a trillion points",
+       "calibration_v0.xml",
+       {{"<wavelength_end_nm>1000<", "<wavelength_end_nm>1e12<"}},
+       {Check("The wavelength range of rejection_filter gives no grid that a filter has")}},
+  };
+  for (const Hostile& hostile : cases) {
+    std::string text = SampleText(hostile.sample);
+    for (const auto& [from, to] : hostile.edits) {
+      text = Replace(text, from, to);
+    }
+    SensorCalibration calibration;
+    const auto result = Read(calibration, text);
+    EXPECT_EQ(NotOk(result), hostile.events) << hostile.what;
+    EXPECT_LE(calibration.filter_info.GetTotalNrBands(), 5u) << hostile.what;
+    EXPECT_LE(calibration.filter_info.calibration_info.sample_points_nm.size(), 3u) << hostile.what;
+    for (const OpticalComponent& component : calibration.system_info.optical_components) {
+      EXPECT_LE(component.sample_points_nm.size(), 401u) << hostile.what;
+    }
+  }
+}
+
+TEST(LegacyHostileFiles, NumbersThatStofOrStoiCannotReadLeaveTheWholeRead) {
+  // Through the calibration's own reader the exception reaches the caller as it was thrown.
+  SensorCalibration calibration;
+  const std::string selection =
+      Replace(SampleText(kMosaic), kSelection, "<bandSelection><band>all</band></bandSelection>");
+  EXPECT_THROW(ReadOrThrow(calibration, selection), std::invalid_argument);
+  const std::string date =
+      Replace(SampleText("calibration_v1.xml"), "<created>2012-03-14<", "<created>2012-Mar-14<");
+  EXPECT_THROW(ReadOrThrow(calibration, date), std::invalid_argument);
+  const std::string year = Replace(SampleText("calibration_v1.xml"), "<created>2012-03-14<",
+                                   "<created>20120000000-03-14<");
+  EXPECT_THROW(ReadOrThrow(calibration, year), std::out_of_range);
+
+  // A whole-document read stops at it with one event, and the process goes on.
+  EXPECT_EQ(NotOk(Read(calibration, selection)),
+            Unversioned({Check("string: reading stopped: stof")}));
+  EXPECT_EQ(NotOk(Read(calibration, date)), (EventList{Check("string: reading stopped: stoi")}));
+  ParsingResult strict(false, true);
+  EXPECT_THROW(calibration.ReadString(strict, year), std::runtime_error);
 }
 
 }  // namespace

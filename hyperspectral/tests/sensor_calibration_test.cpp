@@ -244,7 +244,7 @@ std::string Stamped(const std::string& version, const std::string& timestamp,
 }
 
 const std::string kGrid =
-    R"(<calibration_info version="5"><sample_points_nm nr_elements="3" values="500 501 502"/>
+    R"(<calibration_info version="4"><sample_points_nm nr_elements="3" values="500 501 502"/>
     </calibration_info>)";
 
 TEST(SensorCalibrationLegacy, StampedRootsTakeTheFirstFifteenCharactersOfTheStamp) {
@@ -258,7 +258,7 @@ TEST(SensorCalibrationLegacy, StampedRootsTakeTheFirstFifteenCharactersOfTheStam
     EXPECT_EQ(calibration.modified, calibration.created);
     // Not in these files: the software keeps what the record held.
     EXPECT_EQ(calibration.software, "kelto");
-    // A grid of version 5 says nothing about the gains.
+    // A grid of version 4 says nothing about the gains.
     EXPECT_EQ(calibration.sensor_info, Small().sensor_info) << version;
     EXPECT_EQ(calibration.filter_info, Small().filter_info) << version;
   }
