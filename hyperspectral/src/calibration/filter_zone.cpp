@@ -162,7 +162,7 @@ void FilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
 
   BandLists wavelengths;
   BandLists widths;
-  BandLists full_widths;  // read and checked like the others, and used by nothing since
+  BandLists full_widths;  // read for its events alone: no peak keeps a full width any more
   _ReadBandLists(result, node, "wavelength", wavelengths, true);
   _ReadBandLists(result, node, "fwhm", widths, true);
   _ReadBandLists(result, node, "fwfm", full_widths, false);

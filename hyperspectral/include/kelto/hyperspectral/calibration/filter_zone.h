@@ -116,6 +116,8 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInte
   unsigned long GetPixelStepY() const;
 
   // Reads the version of the element with the readers of this object's subclass. No checks here.
+  // The unversioned form reads its band selection and tile table as std::stof does; a text that
+  // isn't a number ends the read with std::stof's exception, which the caller gets.
   void ReadXML(ParsingResult& result, _xmlNode* const& node) override;
   void WriteXML(_xmlNode*& node) const override;
   // A NO_FILTER zone is not checked; others check area, sizes, band count and their bands.
@@ -187,6 +189,8 @@ class KELTO_HYPERSPECTRAL_EXPORT NoFilterZone : public FilterZone {
   void _WriteXML_v3(_xmlNode*& node) const override;
 };
 
+// Each band a stripe of lines. Its unversioned form gives the lines per band and the first
+// band's offset; its version 0 gave an area of the selected bands only, widened on reading.
 class KELTO_HYPERSPECTRAL_EXPORT WedgeFilterZone : public FilterZone {
  public:
   WedgeFilterZone() : FilterZone(WEDGE) {}
@@ -196,6 +200,7 @@ class KELTO_HYPERSPECTRAL_EXPORT WedgeFilterZone : public FilterZone {
   void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node) override;
 };
 
+// Each band one large tile; the unversioned form maps bands to tiles by a table.
 class KELTO_HYPERSPECTRAL_EXPORT TiledFilterZone : public FilterZone {
  public:
   TiledFilterZone() : FilterZone(TILED) {}
@@ -204,6 +209,7 @@ class KELTO_HYPERSPECTRAL_EXPORT TiledFilterZone : public FilterZone {
   void _ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) override;
 };
 
+// A small pattern of one-pixel filters repeated over the area.
 class KELTO_HYPERSPECTRAL_EXPORT MosaicFilterZone : public FilterZone {
  public:
   MosaicFilterZone() : FilterZone(MOSAIC) {}
