@@ -4,6 +4,9 @@
 
 #include <cmath>
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "event_list.h"
 
@@ -165,8 +168,8 @@ TEST(CorrectionMatrixReading, VersionDispatch) {
       kOk);
   EXPECT_TRUE(matrix == Sample());
 
-  // Older, missing and negative versions read nothing.
-  for (const std::string version : {"0", "1", "2", "3", "4", "5", "-2", ""}) {
+  // Missing and negative versions read nothing.
+  for (const std::string version : {"-2", ""}) {
     CorrectionMatrix old;
     const std::string attribute = version.empty() ? "" : " version=\"" + version + "\"";
     const auto result = Read(old, "<correction_matrix" + attribute +
@@ -210,9 +213,7 @@ TEST(VirtualBandReading, VersionsFromOneUpShareOneFormOthersReadNothing) {
     EXPECT_TRUE(band == expected) << version;
   }
   const std::vector<std::pair<std::string, int>> refused = {
-      {R"( version="0")", kUnsupportedVersion},
-      {"", kMissingVersion},
-      {R"( version="-5")", kUnsupportedVersion}};
+      {"", kMissingVersion}, {R"( version="-5")", kUnsupportedVersion}};
   for (const auto& [attribute, source] : refused) {
     VirtualBand band;
     const auto result =
@@ -220,6 +221,115 @@ TEST(VirtualBandReading, VersionsFromOneUpShareOneFormOthersReadNothing) {
     EXPECT_EQ(Events(result), Refused("band", source)) << attribute;
     EXPECT_TRUE(band == VirtualBand());
   }
+}
+
+// ----- older forms
+
+TEST(VirtualBandLegacy, VersionZeroTakesTheVectorElementAndNoWidth) {
+  VirtualBand band = Band(500.0, {9.0});
+  EXPECT_EQ(Events(Read(band, R"(<band version="0"><wavelength_nm>610</wavelength_nm>
+      <fwhm_nm>30</fwhm_nm><custom_spectral_correction nr_elements="2" values="0.5 -1"/></band>)")),
+            (EventList{ReadStart("band"), ReadStart("custom_spectral_correction")}));
+  EXPECT_EQ(band.wavelength_nm, 610.0);
+  EXPECT_EQ(band.fwhm_nm, 0.0);
+  EXPECT_EQ(band.coefficients, (std::vector<double>{0.5, -1.0}));
+
+  // Without the vector element the vector is read all the same, from nothing: it reports its
+  // own count and values missing, and the band has no coefficients.
+  EXPECT_EQ(
+      Events(Read(band, R"(<band version="0"/>)")),
+      (EventList{ReadStart("band"), Error(kMissingElement, "wavelength_nm"),
+                 Error(kMissingElement, "custom_spectral_correction"), ReadStart(""),
+                 Error(kMissingAttribute, "nr_elements"), Error(kMissingAttribute, "values")}));
+  EXPECT_TRUE(band == VirtualBand());
+}
+
+TEST(CorrectionMatrixLegacy, VersionsZeroAndOneHaveAFixedIdentityAndOneWidth) {
+  for (const char* version : {"0", "1"}) {
+    CorrectionMatrix matrix = Sample();
+    const auto result = Read(matrix, std::string(R"(<correction_matrix version=")") + version +
+                                         R"("><fwhm_virtual_filters_nm>15</fwhm_virtual_filters_nm>
+        <virtual_bands><band version="0"><wavelength_nm>610</wavelength_nm>
+        <custom_spectral_correction nr_elements="1" values="2"/></band><band version="2">
+        <wavelength_nm>640</wavelength_nm><fwhm_nm>3</fwhm_nm>
+        <coefficients nr_elements="1" values="4"/></band></virtual_bands></correction_matrix>)");
+    EXPECT_EQ(NotOk(result), EventList{}) << version;
+    EXPECT_EQ(matrix.created, common::time::TimePoint()) << version;
+    EXPECT_EQ(matrix.name, "hyperspectral") << version;
+    EXPECT_EQ(matrix.algorithm, CorrectionAlgorithms::CA_TACKTILE_0) << version;
+    // Not in the file: type, algorithm version, threshold and optics stay as they stood.
+    EXPECT_EQ(matrix.type, CorrectionMatrixTypes::CT_IRRADIANCE) << version;
+    EXPECT_EQ(matrix.algorithm_version, (Version{3, 14})) << version;
+    EXPECT_EQ(matrix.minimum_band_energy, Sample().minimum_band_energy) << version;
+    EXPECT_EQ(matrix.optical_components.size(), 2u) << version;
+    ASSERT_EQ(matrix.virtual_bands.size(), 2u) << version;
+    EXPECT_EQ(matrix.virtual_bands[0].fwhm_nm, 15.0) << version;
+    EXPECT_EQ(matrix.virtual_bands[1].fwhm_nm, 15.0) << version;
+    EXPECT_EQ(matrix.virtual_bands[1].coefficients, std::vector<double>{4.0}) << version;
+  }
+
+  // A fresh record keeps its unknown type: nothing in this form says what the matrix yields.
+  CorrectionMatrix fresh;
+  EXPECT_EQ(
+      Events(Read(fresh, R"(<correction_matrix version="1"/>)")),
+      (EventList{ReadStart("correction_matrix"), Error(kMissingElement, "fwhm_virtual_filters_nm"),
+                 Error(kMissingElement, "virtual_bands")}));
+  EXPECT_EQ(fresh.type, CorrectionMatrixTypes::CT_UNKNOWN);
+  EXPECT_EQ(fresh.algorithm_version, (Version{0, 0}));
+  EXPECT_EQ(CorrectionAlgorithms::ToString(fresh.algorithm), "tacktile_0");
+}
+
+TEST(CorrectionMatrixLegacy, EmptyDocumentsReportWhatEachVersionReads) {
+  const EventList v2 = {ReadStart("correction_matrix"), Error(kMissingAttribute, "timestamp"),
+                        Error(kMissingElement, "name"), Error(kMissingElement, "algorithm"),
+                        Error(kMissingElement, "virtual_bands")};
+  EventList v3 = v2;
+  v3.push_back(Error(kMissingElement, "optical_components"));
+  EventList v4 = v3;
+  v4.insert(v4.end(),
+            {Error(kMissingElement, "algorithm_version"), CheckWarning("algorithm_version")});
+  EventList v5 = v4;
+  v5.push_back(Error(kMissingElement, "minimum_band_energy"));
+  const std::vector<std::pair<std::string, EventList>> cases = {
+      {"2", v2}, {"3", v3}, {"4", v4}, {"5", v5}};
+  for (const auto& [version, events] : cases) {
+    CorrectionMatrix matrix = Sample();
+    EXPECT_EQ(Events(Read(matrix, "<correction_matrix version=\"" + version + "\"/>")), events)
+        << version;
+    EXPECT_EQ(matrix.created, common::time::TimePoint()) << version;
+    EXPECT_EQ(matrix.type, CorrectionMatrixTypes::CT_REFLECTANCE) << version;
+    EXPECT_EQ(matrix.algorithm, CorrectionAlgorithms::CA_UNKNOWN) << version;
+    EXPECT_EQ(matrix.algorithm_version, (Version{0, 0})) << version;
+    EXPECT_TRUE(matrix.virtual_bands.empty()) << version;
+    // Optics from version 3 on, the threshold from version 5 on (with the getter's 0.0).
+    EXPECT_EQ(matrix.optical_components.empty(), version != "2") << version;
+    EXPECT_EQ(matrix.minimum_band_energy, version == "5" ? 0.0 : Sample().minimum_band_energy)
+        << version;
+  }
+}
+
+TEST(CorrectionMatrixLegacy, TimestampsAndTheVersionsOfVersionsThreeAndFour) {
+  const std::string body =
+      "<name>n</name><algorithm>m0</algorithm><virtual_bands/><optical_components/>";
+  CorrectionMatrix matrix;
+  EXPECT_EQ(NotOk(Read(matrix, R"(<correction_matrix version="3"><timestamp>2001-02-03T04:05:06Z
+      </timestamp>)" + body + "</correction_matrix>")),
+            EventList{});
+  EXPECT_EQ(matrix.created, common::time::UniversalTimeFromString("2001-02-03T04:05:06Z"));
+  // Version 3 knew no algorithm version: 0.0, and nothing to report.
+  EXPECT_EQ(matrix.algorithm_version, (Version{0, 0}));
+  EXPECT_EQ(matrix.minimum_band_energy, 1.0);
+
+  EXPECT_EQ(
+      NotOk(Read(matrix, R"(<correction_matrix version="4"><timestamp>yesterday</timestamp>)" +
+                             body + "<algorithm_version>12x3</algorithm_version>" +
+                             "<minimum_band_energy>7</minimum_band_energy>" +
+                             "</correction_matrix>")),
+      (EventList{Error(kMissingValue, "timestamp")}));
+  EXPECT_EQ(matrix.created, common::time::TimePoint());
+  EXPECT_EQ(matrix.algorithm_version, (Version{12, 3}));
+  // Version 4 knew no threshold: the record keeps the 1.0 it was made with.
+  EXPECT_EQ(matrix.minimum_band_energy, 1.0);
 }
 
 TEST(CorrectionMatrixChecks, UnknownAlgorithmThenEachBandInOrder) {

@@ -3,6 +3,7 @@
 // with short builders for the triples and a few operations on written text.
 #pragma once
 
+#include <exception>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -20,7 +21,8 @@ using ParsingResult = common::XMLSerializableInterface::ParsingResult;
 // States and sources by their numbers, written out so that a renumbering shows.
 constexpr int kOk = 0, kWarning = 1, kError = 2;
 constexpr int kUnsupportedVersion = 11, kMissingVersion = 12, kMissingElement = 13,
-              kMissingAttribute = 14, kMissingValue = 20, kSanityCheck = 30, kReadStart = 40;
+              kMissingAttribute = 14, kMissingValue = 20, kSanityCheck = 30, kLegacyDefault = 31,
+              kReadStart = 40;
 
 inline EventTriple ReadStart(const std::string& tag) {
   return {kOk, kReadStart, tag};
@@ -38,6 +40,10 @@ inline EventTriple CheckWarning(const std::string& rule) {
   return Warning(kSanityCheck, rule);
 }
 
+inline EventTriple Ok(int source, const std::string& detail) {
+  return {kOk, source, detail};
+}
+
 // A read whose version the record refuses: it starts and stops at once.
 inline EventList Refused(const std::string& tag, int source = kUnsupportedVersion) {
   return {ReadStart(tag), Error(source, tag)};
@@ -51,12 +57,55 @@ inline EventList Events(const ParsingResult& result) {
   return list;
 }
 
+// Only the events worse than Ok: what a reader of an old file reports beyond its bookkeeping.
+inline EventList NotOk(const ParsingResult& result) {
+  EventList list;
+  for (const auto& event : result.events()) {
+    if (event.state != ParsingResult::Ok) {
+      list.emplace_back(static_cast<int>(event.state), static_cast<int>(event.source),
+                        event.detail);
+    }
+  }
+  return list;
+}
+
 // Reads a record from literal XML and returns the result.
 template <typename Record>
 ParsingResult Read(Record& record, const std::string& xml) {
   ParsingResult result;
   record.ReadString(result, xml);
   return result;
+}
+
+// Reads a record from literal XML through ReadXML itself: an exception that the reader lets out
+// reaches the caller with its own type and text (ReadString alone would turn it into an event).
+template <typename Record>
+void ReadOrThrow(Record& record, const std::string& xml) {
+  class Relay : public common::XMLSerializableInterface {
+   public:
+    explicit Relay(Record& inner) : inner_(inner) {}
+    void ReadXML(ParsingResult& result, _xmlNode* const& node) override {
+      try {
+        inner_.ReadXML(result, node);
+      } catch (...) {
+        error_ = std::current_exception();
+      }
+    }
+    void WriteXML(_xmlNode*&) const override {}
+    void Rethrow() const {
+      if (error_) {
+        std::rethrow_exception(error_);
+      }
+    }
+
+   private:
+    Record& inner_;
+    std::exception_ptr error_;
+  };
+  Relay relay(record);
+  ParsingResult result;
+  relay.ReadString(result, xml);
+  relay.Rethrow();
 }
 
 // The events of the record's own sanity checks.

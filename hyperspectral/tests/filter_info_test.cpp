@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "event_list.h"
 
 namespace kelto::hyperspectral {
@@ -145,15 +149,86 @@ TEST(FilterInfoReading, MissingContainersAndEmptyZoneList) {
                                        Check("!filter_zones.empty ()")}));
 }
 
-TEST(FilterInfoReading, VersionsWithoutReaderYet) {
-  for (const char* xml : {"<filter_info/>", R"(<filter_info version="0"/>)"}) {
-    FilterInfo filter;
-    EXPECT_EQ(
-        Events(Read(filter, xml)),
-        (EventList{ReadStart("filter_info"), Error(kUnsupportedVersion, "filter_info"),
-                   CheckWarning("!sample_points_nm.empty ()"), Check("!filter_zones.empty ()")}))
-        << xml;
+TEST(FilterInfoLegacy, UnversionedBlockHoldsTheRangeOfTheResponses) {
+  const auto block = [](const std::string& element, const std::string& start,
+                        const std::string& end, const std::string& resolution) {
+    return "<filter><" + element + "><start_calibration_range>" + start +
+           "</start_calibration_range><end_calibration_range>" + end +
+           "</end_calibration_range><calibration_resolution>" + resolution +
+           "</calibration_resolution></" + element + "></filter>";
+  };
+  // Read silently; the block then lacks its zone, which the calibration adds afterwards.
+  FilterInfo filter;
+  EXPECT_EQ(Events(Read(filter, block("calibration_data", "600", "601", "0.1"))),
+            (EventList{ReadStart("filter"), Check("!filter_zones.empty ()")}));
+  // The steps are summed, and each sum added to the start.
+  std::vector<double> expected(1, 600.0);
+  double offset = 0.0;
+  for (int i = 1; i <= 10; ++i) {
+    offset += 0.1;
+    expected.push_back(600.0 + offset);
   }
+  EXPECT_EQ(filter.calibration_info.sample_points_nm, expected);
+  EXPECT_NE(expected[3], (600.0 + 0.1 + 0.1) + 0.1);
+
+  // The count is the whole number of steps plus one: 600 to 601.9 by 1 gives two points.
+  Read(filter, block("calibration_info", "600", "601.9", "1"));
+  EXPECT_EQ(filter.calibration_info.sample_points_nm, (std::vector<double>{600.0, 601.0}));
+  Read(filter, block("calibration_info", "600", "599.5", "1"));
+  EXPECT_TRUE(filter.calibration_info.sample_points_nm.empty());
+  Read(filter, block("calibration_info", "600", "600.5", "1"));
+  EXPECT_EQ(filter.calibration_info.sample_points_nm, std::vector<double>{600.0});
+
+  // Without the element or one of its values the grid keeps what it had, with a warning.
+  for (const std::string& xml : {std::string("<filter/>"),
+                                 Replace(block("calibration_info", "600", "601", "1"),
+                                         "<end_calibration_range>601</end_calibration_range>", ""),
+                                 block("calibration", "600", "601", "1")}) {
+    EXPECT_EQ(Events(Read(filter, xml)),
+              (EventList{ReadStart("filter"), Warning(kLegacyDefault, "calibration_info"),
+                         Check("!filter_zones.empty ()")}))
+        << xml;
+    EXPECT_EQ(filter.calibration_info.sample_points_nm, std::vector<double>{600.0});
+  }
+
+  // A range that gives no grid, or more points than any calibration has, leaves it empty.
+  for (const auto& [end, resolution] : std::vector<std::pair<std::string, std::string>>{
+           {"601", "0"}, {"598", "1"}, {"1000", "1e-6"}, {"inf", "1"}, {"601", "nan"}}) {
+    EXPECT_EQ(
+        Events(Read(filter, block("calibration_data", "600", end, resolution))),
+        (EventList{ReadStart("filter"),
+                   Check("The range of calibration_data gives no wavelength grid"),
+                   CheckWarning("!sample_points_nm.empty ()"), Check("!filter_zones.empty ()")}))
+        << end << " " << resolution;
+    EXPECT_TRUE(filter.calibration_info.sample_points_nm.empty());
+  }
+}
+
+TEST(FilterInfoLegacy, VersionZeroKeepsTheGridInItsFirstZone) {
+  FilterInfo filter = TwoWedges();
+  std::string text = filter.WriteString();
+  // The grid moves into the first zone.
+  const std::size_t grid_start = text.find("<calibration_info");
+  const std::size_t grid_end = text.find("</calibration_info>") + 19;
+  const std::string grid = text.substr(grid_start, grid_end - grid_start);
+  text.erase(grid_start, grid_end - grid_start);
+  text = Replace(text, R"(<filter_info version="1">)", R"(<filter_info version="0">)");
+  text = Replace(text, R"(layout="WEDGE" index="0">)", "layout=\"WEDGE\" index=\"0\">" + grid);
+  FilterInfo copy;
+  EXPECT_EQ(NotOk(Read(copy, text)), EventList{});
+  EXPECT_TRUE(copy == filter);
+
+  // Without the grid in the first zone: the error, and the grid stays as it was.
+  EXPECT_EQ(NotOk(Read(copy, Replace(text, grid, ""))),
+            (EventList{Error(kMissingElement, "calibration_info")}));
+  EXPECT_EQ(copy.calibration_info, filter.calibration_info);
+  // Without zones nothing is looked for; without the container the list stays empty.
+  EXPECT_EQ(NotOk(Read(copy, R"(<filter_info version="0"><filter_zones/></filter_info>)")),
+            (EventList{Check("!filter_zones.empty ()")}));
+  EXPECT_EQ(NotOk(Read(copy, R"(<filter_info version="0"/>)")),
+            (EventList{Error(kMissingElement, "filter_zones"), Check("!filter_zones.empty ()")}));
+  EXPECT_TRUE(copy.filter_zones.empty());
+  EXPECT_EQ(copy.calibration_info, filter.calibration_info);
 }
 
 TEST(FilterInfoChecks, ZonesMustBeNumberedAndListedTopLeftFirst) {

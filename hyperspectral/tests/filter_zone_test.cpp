@@ -4,6 +4,9 @@
 
 #include <cmath>
 #include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "event_list.h"
 
@@ -285,11 +288,7 @@ TEST(FilterZoneVersions, EachLevelDispatchesOnItsOwnVersion) {
   BandInfo band;
   EXPECT_EQ(Events(Read(band, R"(<band index="1"><peaks/></band>)")),
             Refused("band", kMissingVersion));
-  for (const char* version : {"0", "1", "2"}) {
-    EXPECT_EQ(Events(Read(band, std::string("<band version=\"") + version + "\"/>")),
-              Refused("band"))
-        << version;
-  }
+  EXPECT_EQ(Events(Read(band, R"(<band version="-2"/>)")), Refused("band"));
   EXPECT_EQ(Read(band, R"(<band version="7" index="5" selected="true"><peaks/>
       <response nr_elements="1" values="0.5"/></band>)")
                 .state(),
@@ -297,13 +296,522 @@ TEST(FilterZoneVersions, EachLevelDispatchesOnItsOwnVersion) {
   EXPECT_EQ(band.pattern_position_index, 5u);
   EXPECT_TRUE(band.selected);
 
-  WedgeFilterZone wedge;
-  EXPECT_EQ(Events(Read(wedge, R"(<filter_zone version="0" layout="WEDGE"/>)")),
+  FilterZone zone(FilterZone::MOSAIC);
+  EXPECT_EQ(Events(Read(zone, R"(<filter_zone version="-3" layout="MOSAIC"/>)")),
             Refused("filter_zone"));
+}
+
+// ----- older forms of peaks and bands
+
+TEST(FilterZoneLegacyPeaks, VersionZeroScalesTheHeightAndFixesShapeAndShare) {
+  PeakInfo peak = Peak(1.0, 0.5);
+  EXPECT_EQ(Events(Read(peak, R"(<peak version="0"><QE>512</QE></peak>)")),
+            (EventList{ReadStart("peak"), Error(kMissingAttribute, "order"),
+                       Error(kMissingValue, "wavelength_nm"), Error(kMissingValue, "fwhm_nm")}));
+  EXPECT_EQ(peak.order, 0u);
+  EXPECT_EQ(peak.quantum_efficiency, 0.5);
+  EXPECT_EQ(peak.shape, Distributions::DB_LORENTZIAN);
+  EXPECT_EQ(peak.contribution, 1.0);
+  EXPECT_EQ(peak.fit_error, 0.0);
+
+  // The same height in version 1 is taken as it stands.
+  EXPECT_EQ(Events(Read(peak, R"(<peak version="1" order="1" shape="none"><wavelength_nm>5
+      </wavelength_nm><fwhm_nm>1</fwhm_nm><QE>512</QE><contribution>0</contribution></peak>)")),
+            (EventList{ReadStart("peak")}));
+  EXPECT_EQ(peak.quantum_efficiency, 512.0);
+  EXPECT_EQ(peak.shape, Distributions::DB_NONE);
+}
+
+TEST(FilterZoneLegacyBands, EmptyElementsReportEachItemInReadingOrder) {
+  const std::vector<std::pair<std::string, EventList>> cases = {
+      {"0",
+       {ReadStart("band"), Error(kMissingAttribute, "pattern_position_index"),
+        Error(kMissingValue, "wavelength_nm"), Error(kMissingElement, "response_composition"),
+        Warning(kMissingElement, "fwhm_nm")}},
+      {"1",
+       {ReadStart("band"), Error(kMissingAttribute, "pattern_position_index"),
+        Error(kMissingValue, "wavelength_nm"), Warning(kMissingElement, "fwhm_nm"),
+        Warning(kMissingElement, "wavelength_2nd_nm"), Warning(kMissingElement, "fwhm_2nd_nm"),
+        Error(kMissingElement, "response_composition")}},
+      {"2",
+       {ReadStart("band"), Error(kMissingAttribute, "pattern_position_index"),
+        Error(kMissingElement, "peaks"), Error(kMissingElement, "response_composition")}}};
+  for (const auto& [version, events] : cases) {
+    BandInfo band = Band(7, 500.0);
+    EXPECT_EQ(Events(Read(band, "<band version=\"" + version + "\"/>")), events) << version;
+    EXPECT_EQ(band.pattern_position_index, 0u) << version;
+    EXPECT_FALSE(band.selected) << version;
+    // Only the lists of peaks are replaced; a response that is not in the file stays.
+    EXPECT_EQ(band.peaks.size(), version == "0" ? 1u : version == "1" ? 2u : 0u) << version;
+    EXPECT_EQ(band.response, Band(7, 500.0).response) << version;
+  }
+}
+
+TEST(FilterZoneLegacyBands, SecondPeakIsKeptEvenWhenAbsent) {
+  BandInfo band;
+  EXPECT_EQ(
+      Events(Read(band, R"(<band version="1" pattern_position_index="2">
+      <wavelength_nm>700</wavelength_nm><fwhm_nm>9</fwhm_nm>
+      <response_composition nr_elements="1" values="1024"/></band>)")),
+      (EventList{ReadStart("band"), Warning(kMissingElement, "wavelength_2nd_nm"),
+                 Warning(kMissingElement, "fwhm_2nd_nm"), ReadStart("response_composition")}));
+  ASSERT_EQ(band.peaks.size(), 2u);
+  EXPECT_EQ(band.peaks[1].order, 2u);
+  EXPECT_EQ(band.peaks[1].wavelength_nm, 0.0);
+  EXPECT_EQ(band.response, std::vector<double>{1.0});
+  EXPECT_EQ(Checks(band), (EventList{Check("0.0 < wavelength_nm"), Check("0.0 < fwhm_nm")}));
+}
+
+TEST(FilterZoneLegacyBands, VersionTwoNumbersPeaksByDescendingShare) {
+  const auto peak = [](const char* order, const char* contribution) {
+    return std::string(R"(<peak version="1" shape="Gaussian" order=")") + order +
+           R"("><wavelength_nm>600</wavelength_nm><fwhm_nm>9</fwhm_nm><QE>0.5</QE>
+           <contribution>)" +
+           contribution + "</contribution></peak>";
+  };
+  BandInfo band;
+  const std::string text = std::string(R"(<band version="2" pattern_position_index="0"><peaks>)") +
+                           peak("1", "0.2") + peak("2", "0.7") + R"(</peaks>
+      <response_composition nr_elements="0" values=""/></band>)";
+  EXPECT_EQ(NotOk(Read(band, text)), EventList{});
+  ASSERT_EQ(band.peaks.size(), 2u);
+  EXPECT_EQ(band.peaks[0].contribution, 0.7);
+  EXPECT_EQ(band.peaks[0].order, 1u);
+  EXPECT_EQ(band.peaks[1].contribution, 0.2);
+  EXPECT_EQ(band.peaks[1].order, 2u);
+
+  // A share that is not a number goes last instead of breaking the sort.
+  EXPECT_EQ(
+      NotOk(Read(band, Replace(Replace(text, ">0.2<", ">nan<"), R"(order="2")", R"(order="9")"))),
+      EventList{});
+  ASSERT_EQ(band.peaks.size(), 2u);
+  EXPECT_EQ(band.peaks[0].contribution, 0.7);
+  EXPECT_TRUE(std::isnan(band.peaks[1].contribution));
+  EXPECT_EQ(band.peaks[1].order, 2u);
+}
+
+TEST(FilterZoneLegacyBands, OverclaimedResponseKeepsWhatTheTextHolds) {
+  BandInfo band;
+  EXPECT_EQ(NotOk(Read(band, R"(<band version="0" pattern_position_index="1">
+      <wavelength_nm>700</wavelength_nm><fwhm_nm>9</fwhm_nm>
+      <response_composition nr_elements="4000000000" values="1024 2048"/></band>)")),
+            (EventList{Error(kMissingAttribute, "values")}));
+  EXPECT_EQ(band.response, (std::vector<double>{1.0, 2.0}));
+}
+
+// ----- zones from before versions existed
+
+// One-peak lists for bands 0 to n-1: wavelengths 600, 610, ... and widths of 10 nm.
+std::string Lists(int n) {
+  std::string wavelengths = "<wavelength>";
+  std::string widths = "<fwhm>";
+  for (int b = 0; b < n; ++b) {
+    const std::string number = "<band number=\"" + std::to_string(b) + "\">";
+    wavelengths += number + std::to_string(600 + 10 * b) + "</band>";
+    widths += number + "10</band>";
+  }
+  return wavelengths + "</wavelength>" + widths + "</fwhm>";
+}
+
+// An unversioned zone element with its spectral limits and an area of 100 by 90 pixels, so that
+// they report nothing. The area's flat values come after the body: those of the body win.
+std::string Unversioned(const std::string& body) {
+  return "<filter><start_spectral_range>600</start_spectral_range>"
+         "<end_spectral_range>1000</end_spectral_range>" +
+         body +
+         "<active_area_offset_x>0</active_area_offset_x><active_area_offset_y>0"
+         "</active_area_offset_y><active_area_width>100</active_area_width>"
+         "<active_area_height>90</active_area_height></filter>";
+}
+
+std::vector<double> FirstWavelengths(const FilterZone& zone) {
+  std::vector<double> wavelengths;
+  for (const BandInfo& band : zone.bands) {
+    wavelengths.push_back(band.peaks.at(0).wavelength_nm);
+  }
+  return wavelengths;
+}
+
+std::vector<unsigned long> Indices(const FilterZone& zone) {
+  std::vector<unsigned long> indices;
+  for (const BandInfo& band : zone.bands) {
+    indices.push_back(band.pattern_position_index);
+  }
+  return indices;
+}
+
+TEST(FilterZoneUnversioned, AreaAndSpectralLimits) {
+  // The base reader on its own: a zone object of the base class reads with it.
+  FilterZone zone(FilterZone::WEDGE);
+  zone.filter_area = common::RegionOfInterest(5.0, 6.0, 640.0, 480.0);
+  EXPECT_EQ(Events(Read(zone, "<filter><wavelength/><fwhm/></filter>")),
+            (EventList{ReadStart("filter"), Warning(kMissingVersion, "filter"),
+                       Warning(kMissingValue, "active_area_offset_x"),
+                       Warning(kMissingValue, "active_area_offset_y"),
+                       Warning(kMissingValue, "active_area_width"),
+                       Warning(kMissingValue, "active_area_height"),
+                       Warning(kMissingValue, "start_spectral_range"),
+                       Warning(kMissingValue, "end_spectral_range")}));
+  // Flat offsets default to 0, flat sizes to what the zone held: a calibration's sensor size.
+  EXPECT_EQ(zone.filter_area, common::RegionOfInterest(0.0, 0.0, 640.0, 480.0));
+  EXPECT_EQ(zone.spectral_range_start_nm, 400.0);
+  EXPECT_EQ(zone.spectral_range_end_nm, 1000.0);
+  EXPECT_TRUE(zone.bands.empty());
+
+  EXPECT_EQ(Events(Read(zone, Unversioned("<active_area><width>64</width></active_area>"))),
+            (EventList{ReadStart("filter"), Warning(kMissingVersion, "filter"),
+                       Error(kMissingValue, "offset_x"), Error(kMissingValue, "offset_y"),
+                       Error(kMissingValue, "height"), Error(kMissingElement, "wavelength"),
+                       Error(kMissingElement, "fwhm")}));
+  EXPECT_EQ(zone.filter_area, common::RegionOfInterest(0.0, 0.0, 64.0, 0.0));
+  EXPECT_EQ(zone.spectral_range_start_nm, 600.0);
+}
+
+TEST(FilterZoneUnversioned, BandListsMakeOnePeakPerBand) {
+  FilterZone zone(FilterZone::WEDGE);
+  auto result = Read(zone, Unversioned(R"(<wavelength><band number="0">-600, 300</band>
+      <band number="1">610</band><band number="2"> </band><band>620</band>
+      <band number="1">615</band></wavelength><fwhm><band number="1">12, 6</band></fwhm>
+      <fwfm><band number="1">20</band><band number="1">21</band></fwfm>)"));
+  // Band 0 came first from the item without a number, then band 2's list was empty; the second
+  // list of band 1 is a contradiction, the first stays, and so for "fwfm".
+  EXPECT_EQ(NotOk(result),
+            (EventList{Warning(kMissingVersion, "filter"), Error(kMissingValue, "band"),
+                       Error(kMissingAttribute, "number"), Error(kSanityCheck, "wavelength"),
+                       Error(kSanityCheck, "wavelength"), Error(kSanityCheck, "fwfm"),
+                       Warning(kLegacyDefault, "bands"), Error(kLegacyDefault, "bands"),
+                       Warning(kLegacyDefault, "bands")}));
+  ASSERT_EQ(zone.bands.size(), 3u);
+  EXPECT_EQ(Indices(zone), (std::vector<unsigned long>{0, 1, 2}));
+  // A negative wavelength switches the band off and is stored as its size.
+  EXPECT_EQ(FirstWavelengths(zone), (std::vector<double>{600.0, 610.0, 0.0}));
+  EXPECT_FALSE(zone.bands[0].selected);
+  EXPECT_TRUE(zone.bands[1].selected);
+  EXPECT_FALSE(zone.bands[2].selected);
+  const PeakInfo& peak = zone.bands[1].peaks.at(0);
+  EXPECT_EQ(peak.fwhm_nm, 12.0);
+  EXPECT_EQ(peak.quantum_efficiency, 0.0);
+  EXPECT_EQ(peak.contribution, 1.0);
+  EXPECT_EQ(peak.order, 1u);
+  EXPECT_EQ(peak.shape, Distributions::DB_LORENTZIAN);
+  EXPECT_EQ(zone.bands[1].peaks.size(), 1u);
+}
+
+TEST(FilterZoneUnversioned, SelectionAndBandCount) {
+  FilterZone zone(FilterZone::WEDGE);
+  // Without a selection every band with a positive wavelength takes part.
+  EXPECT_EQ(NotOk(Read(zone, Unversioned(Lists(3)))),
+            (EventList{Warning(kMissingVersion, "filter")}));
+  for (const BandInfo& band : zone.bands) {
+    EXPECT_TRUE(band.selected);
+  }
+  // "active_bands" wins over "bandSelection"; the numbers must be the bands' own.
+  Read(zone, Unversioned(Lists(3) + "<active_bands>2, 0.5</active_bands>"
+                                    "<bandSelection><band>0</band></bandSelection>"));
+  EXPECT_EQ(
+      (std::vector<bool>{zone.bands[0].selected, zone.bands[1].selected, zone.bands[2].selected}),
+      (std::vector<bool>{false, false, true}));
+  Read(zone, Unversioned(Lists(3) + "<bandSelection><band>1.0</band><band> 2 </band>"
+                                    "<band>0.9</band></bandSelection>"));
+  EXPECT_EQ(
+      (std::vector<bool>{zone.bands[0].selected, zone.bands[1].selected, zone.bands[2].selected}),
+      (std::vector<bool>{false, true, true}));
+
+  // A count beyond the lists: the file's count holds, and the bands without lists are reported.
+  EXPECT_EQ(NotOk(Read(zone, Unversioned(Lists(9) + "<nr_bands>10</nr_bands>"))),
+            (EventList{Warning(kMissingVersion, "filter"), Check("nr_bands"),
+                       Error(kLegacyDefault, "bands"), Warning(kLegacyDefault, "bands")}));
+  ASSERT_EQ(zone.bands.size(), 10u);
+  EXPECT_FALSE(zone.bands[9].selected);
+  EXPECT_EQ(zone.bands[9].peaks.at(0).wavelength_nm, 0.0);
+  // A smaller count drops the bands beyond it.
+  EXPECT_EQ(NotOk(Read(zone, Unversioned(Lists(3) + "<nr_bands>2</nr_bands>"))),
+            (EventList{Warning(kMissingVersion, "filter"), Check("nr_bands")}));
+  EXPECT_EQ(zone.bands.size(), 2u);
+}
+
+TEST(FilterZoneUnversioned, TextThatStofCannotReadEndsTheReadWithItsException) {
+  const auto thrown = [](const std::string& xml) -> std::string {
+    WedgeFilterZone zone;
+    try {
+      ReadOrThrow(zone, xml);
+    } catch (const std::invalid_argument& error) {
+      return std::string("invalid_argument ") + error.what();
+    } catch (const std::out_of_range& error) {
+      return std::string("out_of_range ") + error.what();
+    }
+    return "nothing";
+  };
+  EXPECT_EQ(thrown(Unversioned(Lists(2) + "<bandSelection><band>one</band></bandSelection>")),
+            "invalid_argument stof");
+  EXPECT_EQ(thrown(Unversioned(Lists(2) + "<bandSelection><band/></bandSelection>")),
+            "invalid_argument stof");
+  EXPECT_EQ(thrown(Unversioned(Lists(2) + "<bandSelection><band>1e50</band></bandSelection>")),
+            "out_of_range stof");
+  EXPECT_EQ(thrown(Unversioned(Lists(2) + R"(<tileCols>1</tileCols><tileRows>2</tileRows>
+      <tileToBandNr><band tile="0">first</band></tileToBandNr>)")),
+            "nothing");  // a wedge has no tiles: the table is not read
+  TiledFilterZone tiles;
+  EXPECT_THROW(ReadOrThrow(tiles, Unversioned(Lists(2) + R"(<tileCols>1</tileCols>
+      <tileRows>2</tileRows><tileToBandNr><band tile="0">first</band></tileToBandNr>)")),
+               std::invalid_argument);
+  EXPECT_THROW(ReadOrThrow(tiles, Unversioned(Lists(2) + R"(<tileCols>1</tileCols>
+      <tileRows>2</tileRows><tileToBandNr><band tile="0">-1e40</band></tileToBandNr>)")),
+               std::out_of_range);
+
+  // A whole-document read turns it into its one event and leaves the rest unread.
+  const auto result = Read(tiles, Unversioned(Lists(2) + "<bandSelection><band>x</band>"
+                                                         "</bandSelection>"));
+  EXPECT_EQ(NotOk(result), (EventList{Warning(kMissingVersion, "filter"),
+                                      Check("string: reading stopped: stof")}));
+}
+
+TEST(FilterZoneUnversioned, ResponsesAreRowsOfTenBitNumbersOneColumnPerBand) {
+  const auto grid = [](const std::string& range, const std::string& responses) {
+    return Unversioned(Lists(2) + "<calibration_data>" + range + responses + "</calibration_data>");
+  };
+  const std::string range =
+      "<start_calibration_range>600</start_calibration_range>"
+      "<end_calibration_range>602</end_calibration_range>"
+      "<calibration_resolution>0</calibration_resolution>";
+  FilterZone zone(FilterZone::WEDGE);
+  // A resolution of 0 is 1 nm: three samples of two bands.
+  EXPECT_EQ(NotOk(Read(zone, grid(range,
+                                  "<filter_responses>1024, 0, 512, 256, 0, 2048"
+                                  "</filter_responses>"))),
+            (EventList{Warning(kMissingVersion, "filter")}));
+  EXPECT_EQ(zone.bands[0].response, (std::vector<double>{1.0, 0.5, 0.0}));
+  EXPECT_EQ(zone.bands[1].response, (std::vector<double>{0.0, 0.25, 2.0}));
+
+  // Fewer numbers than samples times bands: no row for every sample, so no responses.
+  EXPECT_EQ(
+      NotOk(Read(zone, grid(range, "<filter_responses>1, 2, 3</filter_responses>"))),
+      (EventList{Warning(kMissingVersion, "filter"), Error(kMissingValue, "filter_responses")}));
+  EXPECT_TRUE(zone.bands[0].response.empty());
+
+  // Without one of the four items the bands keep no response, with a warning; without the
+  // element at all there is nothing to say.
+  for (const std::string& partial :
+       {grid(Replace(range, "<calibration_resolution>0</calibration_resolution>", ""),
+             "<filter_responses>1, 2, 3, 4, 5, 6</filter_responses>"),
+        grid(range, "")}) {
+    EXPECT_EQ(NotOk(Read(zone, partial)), (EventList{Warning(kMissingVersion, "filter"),
+                                                     Warning(kLegacyDefault, "calibration_info")}));
+    EXPECT_TRUE(zone.bands[1].response.empty());
+  }
+  EXPECT_EQ(NotOk(Read(zone, Unversioned(Lists(2)))),
+            (EventList{Warning(kMissingVersion, "filter")}));
+
+  // No sample (the range runs back by more than a step) or no band: nothing to fill.
+  EXPECT_EQ(
+      NotOk(Read(zone,
+                 grid(Replace(range, ">602<", ">598<"), "<filter_responses>1</filter_responses>"))),
+      (EventList{Warning(kMissingVersion, "filter"), Error(kMissingValue, "filter_responses")}));
+  EXPECT_EQ(
+      NotOk(Read(zone,
+                 Replace(grid(range, "<filter_responses/>"), Lists(2), "<wavelength/><fwhm/>"))),
+      (EventList{Warning(kMissingVersion, "filter"), Error(kMissingValue, "filter_responses")}));
+}
+
+TEST(FilterZoneUnversioned, HostileCountsKeepNothingOfTheirElement) {
+  FilterZone zone(FilterZone::WEDGE);
+  const std::string too_many = "nr_bands is more bands than a zone can have";
+  EXPECT_EQ(NotOk(Read(zone, Unversioned(Lists(1) + "<nr_bands>100001</nr_bands>"))),
+            (EventList{Warning(kMissingVersion, "filter"), Check("nr_bands"), Check(too_many)}));
+  EXPECT_TRUE(zone.bands.empty());
+  EXPECT_EQ(NotOk(Read(zone, Unversioned(Lists(1) + "<nr_bands>18446744073709551615</nr_bands>"))),
+            (EventList{Warning(kMissingVersion, "filter"), Check("nr_bands"), Check(too_many)}));
+  // Counted from the highest band number of the lists.
+  EXPECT_EQ(NotOk(Read(zone, Unversioned(R"(<wavelength><band number="2147483647">600</band>
+      </wavelength><fwhm/>)"))),
+            (EventList{Warning(kMissingVersion, "filter"), Check(too_many)}));
+  EXPECT_TRUE(zone.bands.empty());
+  // Negative band numbers are no band of the zone.
+  EXPECT_EQ(NotOk(Read(zone, Unversioned(R"(<wavelength><band number="-7">600</band></wavelength>
+      <fwhm/>)"))),
+            (EventList{Warning(kMissingVersion, "filter")}));
+  EXPECT_TRUE(zone.bands.empty());
+  // The largest count is read.
+  EXPECT_EQ(
+      NotOk(Read(zone, Unversioned("<nr_bands>100000</nr_bands><wavelength/><fwhm/>"))).size(),
+      1u + 2u * 100000u + 1u);
+  EXPECT_EQ(zone.bands.size(), FilterZone::kMaxBands);
+
+  // A grid of more samples than any calibration has, or a range that gives no count at all.
+  const std::string sentence =
+      "The range of calibration_data gives no number of samples that filter_responses can hold";
+  for (const char* resolution : {"1e-9", "-1", "nan"}) {
+    EXPECT_EQ(NotOk(Read(zone, Unversioned(Lists(2) +
+                                           "<calibration_data><start_calibration_range>600"
+                                           "</start_calibration_range><end_calibration_range>"
+                                           "1000</end_calibration_range><calibration_resolution>" +
+                                           resolution +
+                                           "</calibration_resolution><filter_responses>1, 2"
+                                           "</filter_responses></calibration_data>"))),
+              (EventList{Warning(kMissingVersion, "filter"), Check(sentence)}))
+        << resolution;
+    EXPECT_TRUE(zone.bands[0].response.empty());
+  }
+}
+
+TEST(FilterZoneUnversioned, WedgeLinesOffsetAndUpsideDownBands) {
+  WedgeFilterZone wedge;
+  EXPECT_EQ(
+      NotOk(Read(wedge, Unversioned(Lists(3) + "<active_area_height>95"
+                                               "</active_area_height>"))),
+      (EventList{Warning(kMissingVersion, "filter"), Warning(kLegacyDefault, "lines_per_band"),
+                 Warning(kLegacyDefault, "first_band_offset"),
+                 CheckWarning("active_area_height and pattern_height")}));
+  EXPECT_EQ(wedge.pattern_width, 1u);
+  EXPECT_EQ(wedge.pattern_height, 3u);
+  EXPECT_EQ(wedge.filter_height, 31u);  // 95 lines shared by three bands
+  EXPECT_EQ(wedge.filter_area.height, 93.0);
+  EXPECT_EQ(wedge.filter_area.offset_y, 0.0);
+  // The first band of the file was the bottom one.
+  EXPECT_EQ(Indices(wedge), (std::vector<unsigned long>{0, 1, 2}));
+  EXPECT_EQ(FirstWavelengths(wedge), (std::vector<double>{620.0, 610.0, 600.0}));
+
+  // A negative count of lines is no count; the zone then has stripes of no lines.
+  EXPECT_EQ(NotOk(Read(wedge, Unversioned(Lists(1) + "<active_area_height>8</active_area_height>"
+                                                     "<lines_per_band>-8</lines_per_band>"
+                                                     "<first_band_offset>4</first_band_offset>")))
+                .back(),
+            Error(kMissingValue, "lines_per_band"));
+  EXPECT_EQ(wedge.filter_height, 0u);
+  EXPECT_EQ(wedge.filter_area.offset_y, 4.0);
+
+  // Without bands the lines have nothing to be shared by; a negative height counts as none.
+  const std::string no_bands = "lines_per_band can't be shared out over a wedge without bands";
+  for (const char* height : {"100", "-100"}) {
+    EXPECT_EQ(NotOk(Read(wedge, Unversioned(std::string("<wavelength/><fwhm/>") +
+                                            "<active_area_height>" + height +
+                                            "</active_area_height><lines_per_band>5"
+                                            "</lines_per_band><first_band_offset>0"
+                                            "</first_band_offset>"))),
+              (EventList{Warning(kMissingVersion, "filter"), Check(no_bands)}))
+        << height;
+    EXPECT_EQ(wedge.pattern_height, 0u);
+    EXPECT_TRUE(wedge.bands.empty());
+  }
+}
+
+TEST(FilterZoneUnversioned, WedgeOfVersionZeroIsWidenedToAllItsBands) {
+  // Five bands, three selected from band 1 on, an area of three stripes of 10 lines.
+  FilterZone stored = Zone(FilterZone::WEDGE, 2048.0, 30.0, 1, 5);
+  stored.filter_area.offset_y = 110.0;
+  stored.pattern_height = 3;
+  stored.filter_height = 10;
+  for (BandInfo& band : stored.bands) {
+    band.selected = band.pattern_position_index >= 1 && band.pattern_position_index <= 3;
+  }
+  const std::string text = Replace(stored.WriteString(), R"(version="3")", R"(version="0")");
+  WedgeFilterZone wedge;
+  EXPECT_EQ(NotOk(Read(wedge, text)), EventList{});
+  EXPECT_EQ(wedge.pattern_height, 5u);
+  EXPECT_EQ(wedge.filter_area.offset_y, 100.0);
+  EXPECT_EQ(wedge.filter_area.height, 50.0);
+  EXPECT_EQ(wedge.bands.size(), 5u);
+
+  // Read as version 1 nothing is widened.
+  WedgeFilterZone newer;
+  EXPECT_EQ(NotOk(Read(newer, Replace(text, R"(version="0")", R"(version="1")"))), EventList{});
+  EXPECT_EQ(newer.pattern_height, 3u);
+  EXPECT_EQ(newer.filter_area.height, 30.0);
+
+  // Without a selected band there is no first band to move the area by; it only grows.
+  for (BandInfo& band : stored.bands) {
+    band.selected = false;
+  }
+  EXPECT_EQ(NotOk(Read(wedge, Replace(stored.WriteString(), R"(version="3")", R"(version="0")"))),
+            (EventList{Check("A wedge without selected bands has no first band to place its area "
+                             "by")}));
+  EXPECT_EQ(wedge.filter_area.offset_y, 110.0);
+  EXPECT_EQ(wedge.filter_area.height, 80.0);
+
+  // A stripe count that matches the bands is left alone.
+  stored.pattern_height = 5;
+  stored.filter_height = 1;
+  Read(wedge, Replace(stored.WriteString(), R"(version="3")", R"(version="0")"));
+  EXPECT_EQ(wedge.filter_area.height, 30.0);
+}
+
+TEST(FilterZoneUnversioned, TilesByTheirTableWithGapsReported) {
+  TiledFilterZone tiles;
+  const std::string counts =
+      "<tile_row_count>4</tile_row_count><tile_col_count>2"
+      "</tile_col_count>";
+  // Bands 0, 2 and 3 of the table take the tiles 5, 6 and 7 in the order of the zone's bands;
+  // the count stays behind at the gap, so bands 2 and 3 are both reported. Band 3 of the zone
+  // is past the table and keeps its number.
+  EXPECT_EQ(
+      NotOk(Read(tiles, Unversioned(Lists(4) + counts +
+                                    R"(<active_area><offset_x>0</offset_x>
+      <offset_y>3</offset_y><width>1</width><height>1</height></active_area>
+      <tileOffsetX>40</tileOffsetX><tileOffsetY>50</tileOffsetY><tileToBandNr>
+      <band tile="5">0</band><band tile="6">2.7</band><band>3</band></tileToBandNr>)"))),
+      (EventList{Warning(kMissingVersion, "filter"), Error(kMissingAttribute, "tile"),
+                 Check("missing bands in tileToBandNr"), Check("missing bands in tileToBandNr")}));
+  // Tiles 5 (band 0), 6 (band 1), 0 (band 2, no tile attribute) and 3 (band 3), each then on the
+  // mirrored row of a pattern of 2 columns and 4 rows.
+  EXPECT_EQ(Indices(tiles), (std::vector<unsigned long>{0, 3, 5, 6}));
+  EXPECT_EQ(FirstWavelengths(tiles), (std::vector<double>{610.0, 600.0, 630.0, 620.0}));
+  EXPECT_EQ(tiles.filter_area, common::RegionOfInterest(40.0, 3.0, 512.0, 1024.0));
+  EXPECT_EQ(tiles.filter_width, 256u);
+  EXPECT_EQ(tiles.filter_height, 256u);
+
+  // A table with more bands than the zone, or a number that no band has.
+  EXPECT_EQ(NotOk(Read(tiles, Unversioned(Lists(1) + counts + R"(<tileToBandNr>
+      <band tile="1">0</band><band tile="2">-3</band><band tile="3">1e30</band>
+      <band tile="4">1</band></tileToBandNr>)"))),
+            (EventList{Warning(kMissingVersion, "filter"),
+                       Check("tileToBandNr holds a band number that no zone has"),
+                       Check("tileToBandNr holds a band number that no zone has"),
+                       Check("tileToBandNr holds more bands than the zone")}));
+  EXPECT_EQ(Indices(tiles), std::vector<unsigned long>{7});  // tile 1 on the mirrored row
+}
+
+TEST(FilterZoneUnversioned, TilesWithoutCountsAreNotTurned) {
+  TiledFilterZone tiles;
+  EXPECT_EQ(NotOk(Read(tiles, Unversioned(Lists(2)))),
+            (EventList{Warning(kMissingVersion, "filter"),
+                       Error(kMissingValue, "tile_row_count - tileRows"),
+                       Error(kMissingValue, "tile_col_count - tileCols"),
+                       Check("The rows of tiles without columns can't be turned upside down")}));
+  EXPECT_EQ(Indices(tiles), (std::vector<unsigned long>{0, 1}));
+  EXPECT_EQ(tiles.filter_area.width, 0.0);
+  // The old names are read when the new ones are absent.
+  Read(tiles, Unversioned(Lists(2) + "<tileRows>2</tileRows><tileCols>1</tileCols>"));
+  EXPECT_EQ(tiles.pattern_height, 2u);
+  EXPECT_EQ(tiles.pattern_width, 1u);
+  EXPECT_EQ(Indices(tiles), (std::vector<unsigned long>{0, 1}));
+  EXPECT_EQ(FirstWavelengths(tiles), (std::vector<double>{610.0, 600.0}));
+}
+
+TEST(FilterZoneUnversioned, MosaicKeepsWholePatternsAndTurnsItsRows) {
   MosaicFilterZone mosaic;
-  EXPECT_EQ(Events(Read(mosaic, R"(<filter_zone layout="MOSAIC"/>)")),
-            (EventList{ReadStart("filter_zone"), Warning(kMissingVersion, "filter_zone"),
-                       Error(kUnsupportedVersion, "filter_zone")}));
+  const std::string area =
+      "<active_area><offset_x>0</offset_x><offset_y>0</offset_y>"
+      "<width>10</width><height>7</height></active_area>";
+  EXPECT_EQ(NotOk(Read(mosaic, Unversioned(Lists(6) + area +
+                                           "<mosaic_pattern_width>3"
+                                           "</mosaic_pattern_width>"
+                                           "<mosaic_pattern_height>2"
+                                           "</mosaic_pattern_height>"))),
+            (EventList{Warning(kMissingVersion, "filter"),
+                       CheckWarning("active_area_width and mosaic_pattern_width"),
+                       CheckWarning("active_area_height and mosaic_pattern_height")}));
+  EXPECT_EQ(mosaic.filter_area, common::RegionOfInterest(0.0, 0.0, 9.0, 6.0));
+  EXPECT_EQ(mosaic.filter_width, 1u);
+  EXPECT_EQ(FirstWavelengths(mosaic),
+            (std::vector<double>{630.0, 640.0, 650.0, 600.0, 610.0, 620.0}));
+
+  // Without a pattern nothing is trimmed and nothing turned.
+  EXPECT_EQ(
+      NotOk(Read(mosaic, Unversioned(Lists(2) + area))),
+      (EventList{Warning(kMissingVersion, "filter"), Error(kMissingValue, "mosaic_pattern_width"),
+                 Error(kMissingValue, "mosaic_pattern_height")}));
+  EXPECT_EQ(mosaic.filter_area.width, 10.0);
+  EXPECT_EQ(Indices(mosaic), (std::vector<unsigned long>{0, 1}));
 }
 
 TEST(FilterZoneChecks, EveryConditionInOrder) {

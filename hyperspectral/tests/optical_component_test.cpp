@@ -3,8 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <stdexcept>
+#include <string>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 #include "event_list.h"
 
@@ -98,10 +102,8 @@ TEST(OpticalComponentReading, CountBeyondTheValuesIsAnErrorWithoutAllocation) {
   EXPECT_EQ(component.response, (std::vector<double>{0.5, 0.9, 0.5}));
 }
 
-TEST(OpticalComponentReading, OlderMissingAndNegativeVersionsReadNothing) {
-  const std::vector<std::pair<std::string, int>> cases = {{R"(version="1")", kUnsupportedVersion},
-                                                          {R"(version="0")", kUnsupportedVersion},
-                                                          {"", kMissingVersion},
+TEST(OpticalComponentReading, MissingAndNegativeVersionsReadNothing) {
+  const std::vector<std::pair<std::string, int>> cases = {{"", kMissingVersion},
                                                           {R"(version="-2")", kUnsupportedVersion}};
   for (const auto& [version, source] : cases) {
     OpticalComponent component;
@@ -110,6 +112,123 @@ TEST(OpticalComponentReading, OlderMissingAndNegativeVersionsReadNothing) {
                                             "<created>2001-02-03</created></optical_component>");
     EXPECT_EQ(Events(result), Refused("optical_component", source)) << version;
     EXPECT_TRUE(component == OpticalComponent()) << version;
+  }
+}
+
+// ----- versions 0 and 1
+
+// Opens the date parser of the older forms to the tests.
+struct DateParser : OpticalComponent {
+  using OpticalComponent::_ParseDate;
+};
+
+std::int32_t Days(const std::string& text) {
+  return DateParser::_ParseDate(text).time_since_epoch().count();
+}
+
+std::int32_t DaysOf(const std::string& iso_date) {
+  return common::time::DateFromString(iso_date).time_since_epoch().count();
+}
+
+TEST(OpticalComponentLegacy, ParseDateCountsDaysWithoutRangeChecks) {
+  EXPECT_EQ(Days("1970-01-02"), 1);
+  EXPECT_EQ(Days("1970-1-1"), 0);
+  EXPECT_EQ(Days("1900-01-01"), -25567);
+  EXPECT_EQ(Days("1969-12-31"), -1);
+  EXPECT_EQ(Days("2024-02-29"), DaysOf("2024-02-29"));
+  EXPECT_EQ(Days("2000-03-01"), DaysOf("2000-03-01"));
+  // No range check: the thirteenth month is the next January, day 0 the day before the first.
+  EXPECT_EQ(Days("2000-13-01"), DaysOf("2001-01-01"));
+  EXPECT_EQ(Days("2001-03-00"), DaysOf("2001-02-28"));
+  // The year is narrowed to 16 bits (70000 - 65536 = 4464), month and day to 8 (258 is 2).
+  EXPECT_EQ(Days("70000-01-01"), DaysOf("4464-01-01"));
+  EXPECT_EQ(Days("2001-258-03"), DaysOf("2001-02-03"));
+  // std::stoi reads the leading number of each part and skips blanks before it.
+  EXPECT_EQ(Days(" 2001-2a-3rd"), DaysOf("2001-02-03"));
+
+  // Anything that is not three parts around two hyphens is 1 January 1900.
+  for (const char* text :
+       {"yesterday", "", "2001-02", "20010203", "--", "2001--03", "2001-02-03\n"}) {
+    EXPECT_EQ(Days(text), -25567) << text;
+  }
+  // So is a text longer than any date, rather than a long walk of the regular expression.
+  EXPECT_EQ(Days(std::string(5000, '1') + "-1-1"), -25567);
+}
+
+TEST(OpticalComponentLegacy, ParseDateLetsStoiExceptionsOut) {
+  const auto thrown = [](const std::string& text) -> std::string {
+    try {
+      Days(text);
+    } catch (const std::invalid_argument& error) {
+      return std::string("invalid_argument ") + error.what();
+    } catch (const std::out_of_range& error) {
+      return std::string("out_of_range ") + error.what();
+    }
+    return "nothing";
+  };
+  EXPECT_EQ(thrown("x-y-z"), "invalid_argument stoi");
+  EXPECT_EQ(thrown("2001-May-3"), "invalid_argument stoi");
+  EXPECT_EQ(thrown("99999999999-01-01"), "out_of_range stoi");
+
+  // Through the reader: ReadXML lets it out, a whole-document read reports it as an event.
+  OpticalComponent component;
+  const std::string text =
+      R"(<optical_component version="1"><created>x-y-z</created></optical_component>)";
+  EXPECT_THROW(ReadOrThrow(component, text), std::invalid_argument);
+  const auto result = Read(component, text);
+  EXPECT_EQ(NotOk(result).back(), Check("string: reading stopped: stoi"));
+}
+
+TEST(OpticalComponentLegacy, VersionZeroSpreadsTheCurveByRunningAddition) {
+  OpticalComponent component;
+  const std::string head = R"(<optical_component version="0"><created>1970-01-03</created>
+      <wavelength_start_nm>400</wavelength_start_nm><wavelength_end_nm>500</wavelength_end_nm>)";
+  auto result = Read(component, head + R"(<response nr_elements="3" values="0.1 0.9 0.2"/>
+      </optical_component>)");
+  EventList expected = {ReadStart("optical_component")};
+  for (const char* name : {"type", "manufacturer", "part_id", "tag", "description", "measurement",
+                           "transmission_range_start_nm", "transmission_range_end_nm"}) {
+    expected.push_back(Error(kMissingElement, name));
+  }
+  EXPECT_EQ(Events(result), expected);
+  EXPECT_EQ(component.sample_points_nm, (std::vector<double>{400.0, 450.0, 500.0}));
+  EXPECT_EQ(component.response, (std::vector<double>{0.1, 0.9, 0.2}));
+  EXPECT_EQ(component.measured.time_since_epoch().count(), 2);
+
+  // Running addition: with a step of a tenth the last point is not exactly the end.
+  Read(component, Replace(head, "500", "400.3") +
+                      R"(<response nr_elements="4" values="1 1 1 1"/></optical_component>)");
+  ASSERT_EQ(component.sample_points_nm.size(), 4u);
+  const double step = (400.3 - 400.0) / 3.0;
+  EXPECT_EQ(component.sample_points_nm[3], ((400.0 + step) + step) + step);
+
+  // One value is one point at the start, none is no point; no step is computed for either.
+  Read(component, head + R"(<response nr_elements="1" values="0.5"/></optical_component>)");
+  EXPECT_EQ(component.sample_points_nm, std::vector<double>{400.0});
+  result = Read(component, head + "</optical_component>");
+  EXPECT_TRUE(component.sample_points_nm.empty());
+  EXPECT_EQ(NotOk(result).back(), Error(kMissingElement, "response"));
+}
+
+TEST(OpticalComponentLegacy, EmptyElementsReportEveryItemInReadingOrder) {
+  const std::vector<std::pair<std::string, std::vector<const char*>>> cases = {
+      {"0", {"created", "wavelength_start_nm", "wavelength_end_nm", "response"}},
+      {"1", {"created", "sample_points_nm", "response"}}};
+  for (const auto& [version, curve] : cases) {
+    OpticalComponent component = Longpass();
+    EventList expected = {ReadStart("optical_component")};
+    for (const char* name : {"type", "manufacturer", "part_id", "tag", "description", "measurement",
+                             "transmission_range_start_nm", "transmission_range_end_nm"}) {
+      expected.push_back(Error(kMissingElement, name));
+    }
+    for (const char* name : curve) {
+      expected.push_back(Error(kMissingElement, name));
+    }
+    EXPECT_EQ(Events(Read(component, "<optical_component version=\"" + version + "\"/>")), expected)
+        << version;
+    OpticalComponent defaults;
+    defaults.type = OpticalComponents::OC_UNKNOWN;
+    EXPECT_TRUE(component == defaults) << version;
   }
 }
 

@@ -214,19 +214,263 @@ TEST(SensorCalibrationDefects, MissingBlocksLeaveTheDefaultsToBeChecked) {
             expected);
 }
 
-TEST(SensorCalibrationVersions, NewerIsReadAsCurrentOlderWaitForTheirReaders) {
+TEST(SensorCalibrationVersions, NewerIsReadAsCurrentNegativeIsRefused) {
   SensorCalibration calibration;
   EXPECT_EQ(ReadEdited(calibration, R"(version="3" sensor_id)", R"(version="4" sensor_id)"),
             kSoundRead);
   EXPECT_TRUE(calibration == Small());
 
-  const EventList old = Events(Read(calibration, R"(<sensor_calibration version="2"/>)"));
-  ASSERT_GE(old.size(), 2u);
-  EXPECT_EQ(old[1], Error(kUnsupportedVersion, "sensor_calibration"));
+  const EventList refused = Events(Read(calibration, R"(<sensor_calibration version="-2"/>)"));
+  ASSERT_GE(refused.size(), 2u);
+  EXPECT_EQ(refused[1], Error(kUnsupportedVersion, "sensor_calibration"));
   EXPECT_TRUE(calibration == Small());
-  const EventList unversioned = Events(Read(calibration, R"(<sensor_calibration/>)"));
-  ASSERT_GE(unversioned.size(), 2u);
-  EXPECT_EQ(unversioned[1], Warning(kMissingVersion, "sensor_calibration"));
+}
+
+// ----- older roots
+
+// A version 1 or 2 root around the blocks of Small(), with the given stamp and grid.
+std::string Stamped(const std::string& version, const std::string& timestamp,
+                    const std::string& grid) {
+  std::string text = Small().WriteString();
+  text = Replace(
+      text,
+      R"(<sensor_calibration version="3" sensor_id="7.1.12.3" )"
+      R"(created="2024-05-17T09:30:00Z" modified="2024-06-01T12:00:05Z" )"
+      R"(software="kelto-sim" software_version="1.2.3">)",
+      "<sensor_calibration version=\"" + version + "\" sensor_id=\"7.1.12.3\"" + timestamp + ">");
+  const std::size_t start = text.find("<calibration_info");
+  const std::size_t end = text.find("</calibration_info>") + 19;
+  return text.replace(start, end - start, grid);
+}
+
+const std::string kGrid =
+    R"(<calibration_info version="4"><sample_points_nm nr_elements="3" values="500 501 502"/>
+    </calibration_info>)";
+
+TEST(SensorCalibrationLegacy, StampedRootsTakeTheFirstFifteenCharactersOfTheStamp) {
+  for (const char* version : {"1", "2"}) {
+    SensorCalibration calibration;
+    const auto result =
+        Read(calibration, Stamped(version, R"( timestamp="20240517T093000.999999")", kGrid));
+    EXPECT_EQ(NotOk(result), EventList{}) << version;
+    EXPECT_EQ(calibration.sensor_id, "7.1.12.3");
+    EXPECT_EQ(calibration.created, common::time::UniversalTimeFromString("2024-05-17T09:30:00Z"));
+    EXPECT_EQ(calibration.modified, calibration.created);
+    // Not in these files: the software keeps what the record held.
+    EXPECT_EQ(calibration.software, "kelto");
+    // A grid of version 4 says nothing about the gains.
+    EXPECT_EQ(calibration.sensor_info, Small().sensor_info) << version;
+    EXPECT_EQ(calibration.filter_info, Small().filter_info) << version;
+  }
+
+  SensorCalibration calibration;
+  EXPECT_EQ(NotOk(Read(calibration, Stamped("2", "", kGrid))),
+            (EventList{Error(kMissingAttribute, "timestamp")}));
+  EXPECT_EQ(calibration.created, common::time::TimePoint());
+  EXPECT_EQ(NotOk(Read(calibration, Stamped("2", R"( timestamp="not-a-date-time")", kGrid))),
+            EventList{});
+  EXPECT_EQ(calibration.modified, common::time::TimePoint());
+  // The extended form is cut in its minutes and can't be read.
+  EXPECT_EQ(NotOk(Read(calibration, Stamped("2", R"( timestamp="2024-05-17T09:30:00Z")", kGrid))),
+            (EventList{Error(kMissingValue, "timestamp")}));
+  EXPECT_EQ(calibration.created, common::time::TimePoint());
+  EXPECT_EQ(
+      NotOk(Read(calibration, Replace(Stamped("1", "", kGrid), R"( sensor_id="7.1.12.3")", ""))),
+      (EventList{Error(kMissingAttribute, "sensor_id"), Error(kMissingAttribute, "timestamp")}));
+  EXPECT_EQ(calibration.sensor_id, "0.0.0.0");
+}
+
+TEST(SensorCalibrationLegacy, VersionOneTakesTheGainsFromTheGrid) {
+  const std::string range =
+      "<wavelength_range_start_nm>500</wavelength_range_start_nm><wavelength_range_end_nm>502"
+      "</wavelength_range_end_nm><wavelength_resolution_nm>1</wavelength_resolution_nm>";
+  const std::string gains =
+      "<bit_depth>12</bit_depth><analog_gain>2</analog_gain>"
+      "<digital_gain>4</digital_gain><measured_overall_gain>2.5"
+      "</measured_overall_gain>";
+  const std::string stamp = R"( timestamp="20240517T093000")";
+  SensorCalibration calibration;
+  // Versions 0 and 1 of the grid stand for the fixed figures of the chip family.
+  EXPECT_EQ(NotOk(Read(calibration, Stamped("1", stamp,
+                                            R"(<calibration_info version="1">)" + range +
+                                                "</calibration_info>"))),
+            EventList{});
+  EXPECT_EQ(calibration.sensor_info.bit_depth, 10);
+  EXPECT_EQ(calibration.sensor_info.overall_gain, 0.24272592592592593);
+  EXPECT_EQ(calibration.sensor_info.analog_gain, 3.2);
+  EXPECT_EQ(calibration.sensor_info.full_well_capacity_e, 13500);
+
+  // Versions 2 and 3 measured them; 2.5 of 4096 / 13500 * 8 is within the tolerance.
+  EXPECT_EQ(NotOk(Read(calibration, Stamped("1", stamp,
+                                            R"(<calibration_info version="2">)" + range + gains +
+                                                "</calibration_info>"))),
+            EventList{});
+  EXPECT_EQ(calibration.sensor_info.bit_depth, 12);
+  EXPECT_EQ(calibration.sensor_info.analog_gain, 2.0);
+  EXPECT_EQ(calibration.sensor_info.digital_gain, 4.0);
+  EXPECT_EQ(calibration.sensor_info.overall_gain, 2.5);
+
+  // A missing gain is an error here, and again where the grid reads it, and becomes 0.
+  const auto result =
+      Read(calibration,
+           Stamped("1", stamp,
+                   R"(<calibration_info version="3"><sample_points_nm )"
+                   R"(nr_elements="3" values="500 501 502"/>)" +
+                       Replace(gains, "<analog_gain>2</analog_gain>", "") + "</calibration_info>"));
+  EXPECT_EQ(NotOk(result),
+            (EventList{Error(kMissingElement, "analog_gain"), Error(kMissingElement, "analog_gain"),
+                       Check("analog_gain > 0"),
+                       Check("((0.9 * computed_overall_gain < overall_gain) && "
+                             "(1.1 * computed_overall_gain > overall_gain))")}));
+  EXPECT_EQ(calibration.sensor_info.analog_gain, 0.0);
+
+  // Version 2 of the root no longer looks there.
+  EXPECT_EQ(NotOk(Read(calibration, Stamped("2", stamp,
+                                            R"(<calibration_info version="2">)" + range + gains +
+                                                "</calibration_info>"))),
+            EventList{});
+  EXPECT_EQ(calibration.sensor_info, Small().sensor_info);
+
+  // Without the grid the gains are reported missing as well as the grid itself; the empty grid
+  // is checked by the filter block and by the calibration.
+  SensorCalibration fresh;
+  EXPECT_EQ(
+      NotOk(Read(fresh, Stamped("1", stamp, ""))),
+      (EventList{
+          Error(kMissingElement, "calibration_info"), Error(kMissingElement, "calibration_info"),
+          CheckWarning("!sample_points_nm.empty ()"), CheckWarning("!sample_points_nm.empty ()"),
+          CheckWarning("band.response.size () == "
+                       "filter_info.calibration_info.sample_points_nm.size ()"),
+          CheckWarning("band.response.size () == "
+                       "filter_info.calibration_info.sample_points_nm.size ()")}));
+}
+
+// An unversioned root around one wedge "filter" of two bands on a chip of 1088 rows, its zone
+// 100 rows high and 10 rows above the bottom of the chip.
+std::string Unversioned(const std::string& root_attributes, const std::string& sensor_type) {
+  return "<sensor_calibration" + root_attributes + "><sensor>" + sensor_type +
+         "<width>2048</width><height>1088</height><pixelPitch>5.5</pixelPitch></sensor>"
+         "<filter><active_area><offset_x>0</offset_x><offset_y>10</offset_y><width>2048</width>"
+         "<height>100</height></active_area><start_spectral_range>600</start_spectral_range>"
+         "<end_spectral_range>1000</end_spectral_range><wavelength><band number=\"0\">600"
+         "</band><band number=\"1\">900</band></wavelength><fwhm><band number=\"0\">10</band>"
+         "<band number=\"1\">10</band></fwhm><lines_per_band>50</lines_per_band>"
+         "<first_band_offset>10</first_band_offset><calibration_data><start_calibration_range>"
+         "600</start_calibration_range><end_calibration_range>1000</end_calibration_range>"
+         "<calibration_resolution>400</calibration_resolution><filter_responses>1024, 0, 0, 512"
+         "</filter_responses></calibration_data></filter></sensor_calibration>";
+}
+
+TEST(SensorCalibrationLegacy, UnversionedRootTurnsItsZoneUpsideDown) {
+  const EventList prescribed = {Warning(kMissingVersion, "sensor_calibration"),
+                                Check("The .xml file is not of type SensorInfo"),
+                                Warning(kMissingVersion, "sensor"), Check("!filter_zones.empty ()"),
+                                Warning(kMissingVersion, "filter")};
+  SensorCalibration calibration = Small();
+  EXPECT_EQ(NotOk(Read(calibration, Unversioned(R"( type="0")", ""))), prescribed);
+  EXPECT_EQ(calibration.sensor_id, "0.0.0.0");
+  EXPECT_EQ(calibration.created, common::time::TimePoint());
+  EXPECT_EQ(calibration.modified, Small().modified);
+  EXPECT_EQ(calibration.software, "kelto-sim");
+  ASSERT_EQ(calibration.filter_info.filter_zones.size(), 1u);
+  const FilterZone& zone = calibration.filter_info.filter_zones[0];
+  EXPECT_EQ(zone.filter_layout(), FilterZone::WEDGE);
+  // Offset 10 of 100 rows, from the bottom of 1088: 978 from the top.
+  EXPECT_EQ(zone.filter_area, common::RegionOfInterest(0.0, 978.0, 2048.0, 100.0));
+  EXPECT_EQ(zone.filter_height, 50u);
+  EXPECT_EQ(zone.bands.at(0).peaks.at(0).wavelength_nm, 900.0);
+  EXPECT_EQ(zone.bands.at(0).response, (std::vector<double>{0.0, 0.5}));
+  EXPECT_EQ(calibration.filter_info.calibration_info.sample_points_nm,
+            (std::vector<double>{600.0, 1000.0}));
+  EXPECT_TRUE(Checks(calibration).empty());
+}
+
+TEST(SensorCalibrationLegacy, UnversionedRootTypeFromTheSensorAndTheLayouts) {
+  const EventList prescribed = {Warning(kMissingVersion, "sensor_calibration"),
+                                Check("The .xml file is not of type SensorInfo"),
+                                Warning(kMissingVersion, "sensor"), Check("!filter_zones.empty ()"),
+                                Warning(kMissingVersion, "filter")};
+  SensorCalibration calibration;
+  // Without the root's type the sensor's counts, with a warning.
+  EventList expected = prescribed;
+  expected.insert(expected.begin() + 1, Warning(kMissingAttribute, "type"));
+  EXPECT_EQ(NotOk(Read(calibration, Unversioned("", "<type>0</type>"))), expected);
+  EXPECT_EQ(calibration.filter_info.filter_zones.at(0).filter_layout(), FilterZone::WEDGE);
+
+  // Type 2, and the sensor's default 4, are no filter: the zone's content is ignored, and the
+  // empty zone is turned to the bottom of the chip.
+  for (const std::string& text : {Unversioned(R"( type="2")", ""), Unversioned("", "")}) {
+    Read(calibration, text);
+    const FilterZone& zone = calibration.filter_info.filter_zones.at(0);
+    EXPECT_EQ(zone.filter_layout(), FilterZone::NO_FILTER);
+    EXPECT_TRUE(zone.bands.empty());
+    EXPECT_EQ(zone.filter_area, common::RegionOfInterest(0.0, 1088.0, 0.0, 0.0));
+  }
+  expected.insert(expected.begin() + 2, Error(kMissingValue, "type"));
+  EXPECT_EQ(NotOk(Read(calibration, Unversioned("", ""))).at(2), Error(kMissingValue, "type"));
+
+  // Type 1 is tiles, type 3 a mosaic.
+  Read(calibration, Unversioned(R"( type="1")", ""));
+  EXPECT_EQ(calibration.filter_info.filter_zones.at(0).filter_layout(), FilterZone::TILED);
+  Read(calibration, Unversioned(R"( type="3")", ""));
+  EXPECT_EQ(calibration.filter_info.filter_zones.at(0).filter_layout(), FilterZone::MOSAIC);
+
+  // Without sensor and filter: both reported, an empty zone at the top of a chip of no size.
+  SensorCalibration fresh;
+  const auto result = Read(fresh, "<sensor_calibration/>");
+  EXPECT_EQ(
+      NotOk(result),
+      (EventList{Warning(kMissingVersion, "sensor_calibration"), Warning(kMissingAttribute, "type"),
+                 Error(kMissingElement, "sensor"), Error(kMissingValue, "type"),
+                 Error(kMissingElement, "sensor"), Error(kMissingElement, "filter"),
+                 Check("SensorTypes::eType::Unknown != sensor_type"), Check("0 < height_px"),
+                 Check("0 < width_px"), Check("0.0 < pixel_pitch_um"), Check("0 < bit_depth"),
+                 CheckWarning("!sample_points_nm.empty ()")}));
+  ASSERT_EQ(fresh.filter_info.filter_zones.size(), 1u);
+  EXPECT_EQ(fresh.filter_info.filter_zones[0].filter_area, common::RegionOfInterest());
+}
+
+TEST(SensorCalibrationLegacy, VersionZeroMovesFilterAndMatrixIntoTheSystem) {
+  const std::string zone =
+      R"(<filter_area><offset_x>0</offset_x><offset_y>0</offset_y><width>64</width>
+      <height>32</height></filter_area><pattern_width>2</pattern_width>
+      <pattern_height>1</pattern_height><filter_width>1</filter_width>
+      <filter_height>1</filter_height><spectral_range_start_nm>500</spectral_range_start_nm>
+      <spectral_range_end_nm>502</spectral_range_end_nm><bands/>)";
+  const std::string head = R"(<sensor_calibration version="0"><sensor_info version="0">
+      <width>64</width><height>32</height><pixel_pitch>5.5</pixel_pitch></sensor_info>
+      <filter_info version="1" layout="MOSAIC">)" +
+                           zone + kGrid;
+  SensorCalibration calibration = Small();
+  auto result = Read(calibration, head + R"(<spectral_correction_info version="1">
+      <fwhm_virtual_filters_nm>5</fwhm_virtual_filters_nm><virtual_bands/>
+      </spectral_correction_info></filter_info></sensor_calibration>)");
+  // A filter without a rejection filter is the rule: an event that reports nothing wrong. A
+  // matrix without bands is left out.
+  EXPECT_EQ(NotOk(result),
+            (EventList{Check("bands.size () == pattern_width*pattern_height"),
+                       Check("filter_zone.bands.size () == "
+                             "filter_zone.pattern_height*filter_zone.pattern_width")}));
+  EventList all = Events(result);
+  EXPECT_NE(std::find(all.begin(), all.end(), Ok(kMissingElement, "rejection_filter")), all.end());
+  EXPECT_EQ(calibration.sensor_id, "0.0.0.0");
+  EXPECT_EQ(calibration.modified, common::time::TimePoint());
+  EXPECT_EQ(calibration.filter_info.filter_zones.at(0).filter_layout(), FilterZone::MOSAIC);
+  EXPECT_TRUE(calibration.system_info.spectral_correction_info.correction_matrices.empty());
+
+  // A rejection filter without a curve is left out too; without the matrix's element, an error.
+  result = Read(calibration, head + R"(<rejection_filter version="0">
+      <wavelength_start_nm>500</wavelength_start_nm><wavelength_end_nm>502</wavelength_end_nm>
+      <wavelength_resolution_nm>1</wavelength_resolution_nm><type>custom</type>
+      </rejection_filter></filter_info></sensor_calibration>)");
+  EXPECT_EQ(NotOk(result).at(0), Error(kMissingElement, "spectral_correction_info"));
+  EXPECT_TRUE(calibration.system_info.optical_components.empty());
+
+  // Without a filter block nothing more is read.
+  result = Read(calibration, R"(<sensor_calibration version="0"/>)");
+  EXPECT_EQ(NotOk(result).at(0), Error(kMissingElement, "sensor_info"));
+  EXPECT_EQ(NotOk(result).at(1), Error(kMissingElement, "filter_info"));
+  EXPECT_TRUE(calibration.filter_info.filter_zones.empty());
 }
 
 TEST(SensorCalibrationEquality, EveryFieldCounts) {

@@ -13,6 +13,7 @@
 #include <kelto/hyperspectral/calibration/filter_info.h>
 #include <kelto/hyperspectral/calibration/filter_zone.h>
 #include <kelto/hyperspectral/calibration/optical_component.h>
+#include <kelto/hyperspectral/calibration/rejection_filter.h>
 #include <kelto/hyperspectral/calibration/sensor_calibration.h>
 #include <kelto/hyperspectral/calibration/sensor_info.h>
 #include <kelto/hyperspectral/calibration/spectral_correction_info.h>

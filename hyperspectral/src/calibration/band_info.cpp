@@ -1,6 +1,13 @@
 #include <kelto/hyperspectral/calibration/filter_zone.h>
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
 #include <kelto/common/read_by_version.h>
+#include <kelto/common/vector.h>
+
+#include "legacy.h"
 
 namespace kelto::hyperspectral {
 
@@ -27,36 +34,48 @@ void PeakInfo::WriteXML(_xmlNode*& node) const {
   _WriteXML_v2(node);
 }
 
-void PeakInfo::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
-}
-
-void PeakInfo::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
+void PeakInfo::_ReadOrder(ParsingResult& result, _xmlNode* const& node) {
   if (!_GetAttribute(order, node, "order", 0ul)) {
     result << Event(ParsingResult::Error, Event::MissingAttribute, "order");
   }
+}
+
+void PeakInfo::_ReadValue(ParsingResult& result, _xmlNode* const& node, double& field,
+                          const char* name) {
+  if (!_GetValue(field, node, name, 0.0)) {
+    result << Event(ParsingResult::Error, Event::MissingValue, name);
+  }
+}
+
+// The height was a 10-bit digital number; shape and share were not stored yet.
+void PeakInfo::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
+  _ReadOrder(result, node);
+  _ReadValue(result, node, wavelength_nm, "wavelength_nm");
+  _ReadValue(result, node, fwhm_nm, "fwhm_nm");
+  _ReadValue(result, node, quantum_efficiency, "QE");
+  quantum_efficiency *= legacy::kTenBitScale;
+  shape = Distributions::DB_LORENTZIAN;
+  contribution = 1.0;
+  fit_error = 0.0;
+}
+
+void PeakInfo::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
+  _ReadOrder(result, node);
   std::string shape_text;
   if (!_GetAttribute(shape_text, node, "shape", std::string())) {
     result << Event(ParsingResult::Error, Event::MissingAttribute, "shape");
   }
   shape = Distributions::FromString(shape_text);
-  const auto read = [&](double& field, const char* name) {
-    if (!_GetValue(field, node, name, 0.0)) {
-      result << Event(ParsingResult::Error, Event::MissingValue, name);
-    }
-  };
-  read(wavelength_nm, "wavelength_nm");
-  read(fwhm_nm, "fwhm_nm");
-  read(quantum_efficiency, "QE");
-  read(contribution, "contribution");
+  _ReadValue(result, node, wavelength_nm, "wavelength_nm");
+  _ReadValue(result, node, fwhm_nm, "fwhm_nm");
+  _ReadValue(result, node, quantum_efficiency, "QE");
+  _ReadValue(result, node, contribution, "contribution");
   fit_error = 0.0;
 }
 
 void PeakInfo::_ReadXML_v2(ParsingResult& result, _xmlNode* const& node) {
   _ReadXML_v1(result, node);
-  if (!_GetValue(fit_error, node, "fit_error", 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingValue, "fit_error");
-  }
+  _ReadValue(result, node, fit_error, "fit_error");
 }
 
 void PeakInfo::_WriteXML_v2(_xmlNode*& node) const {
@@ -103,16 +122,105 @@ void BandInfo::WriteXML(_xmlNode*& node) const {
   _WriteXML_v4(node);
 }
 
+void BandInfo::_ReadLegacyIndex(ParsingResult& result, _xmlNode* const& node) {
+  if (!_GetAttribute(pattern_position_index, node, "pattern_position_index", 0ul)) {
+    result << Event(ParsingResult::Error, Event::MissingAttribute, "pattern_position_index");
+  }
+}
+
+// Until version 3 the response was a vector of 10-bit digital numbers.
+void BandInfo::_ReadLegacyResponse(ParsingResult& result, _xmlNode* const& node) {
+  _xmlNode* element = nullptr;
+  if (!_GetElement(element, node, "response_composition", 0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "response_composition");
+    return;
+  }
+  common::Vector composition;
+  composition.ReadXML(result, element);
+  response.assign(composition.Begin(), composition.End());
+  for (double& value : response) {
+    value *= legacy::kTenBitScale;
+  }
+}
+
+// One peak, whose width was optional.
 void BandInfo::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  peaks.clear();
+  _ReadLegacyIndex(result, node);
+  PeakInfo peak;
+  if (!_GetValue(peak.wavelength_nm, node, "wavelength_nm", 0.0)) {
+    result << Event(ParsingResult::Error, Event::MissingValue, "wavelength_nm");
+  }
+  _ReadLegacyResponse(result, node);
+  if (!_GetValue(peak.fwhm_nm, node, "fwhm_nm", 0.0)) {
+    result << Event(ParsingResult::Warning, Event::MissingElement, "fwhm_nm");
+  }
+  peaks.push_back(peak);
+  _GetAttribute(selected, node, "selected", false);
 }
 
+// A first and a second order peak. The second is kept even when the file lacks it: its zero
+// wavelength is then what the peak's checks report.
 void BandInfo::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  peaks.clear();
+  _ReadLegacyIndex(result, node);
+  PeakInfo first;
+  first.order = 1;
+  if (!_GetValue(first.wavelength_nm, node, "wavelength_nm", 0.0)) {
+    result << Event(ParsingResult::Error, Event::MissingValue, "wavelength_nm");
+  }
+  if (!_GetValue(first.fwhm_nm, node, "fwhm_nm", 0.0)) {
+    result << Event(ParsingResult::Warning, Event::MissingElement, "fwhm_nm");
+  }
+  peaks.push_back(first);
+  PeakInfo second;
+  second.order = 2;
+  if (!_GetValue(second.wavelength_nm, node, "wavelength_2nd_nm", 0.0)) {
+    result << Event(ParsingResult::Warning, Event::MissingElement, "wavelength_2nd_nm");
+  }
+  if (!_GetValue(second.fwhm_nm, node, "fwhm_2nd_nm", 0.0)) {
+    result << Event(ParsingResult::Warning, Event::MissingElement, "fwhm_2nd_nm");
+  }
+  peaks.push_back(second);
+  _ReadLegacyResponse(result, node);
+  _GetAttribute(selected, node, "selected", false);
 }
 
+// The peaks of this form were numbered by their share of the response, largest first, whatever
+// order the file gives them.
 void BandInfo::_ReadXML_v2(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  peaks.clear();
+  _ReadLegacyIndex(result, node);
+  _ReadPeaks(result, node);
+  // A share that is not a number sorts last, so that the order stays a strict one.
+  const auto share = [](PeakInfo const& peak) {
+    return std::isnan(peak.contribution) ? -std::numeric_limits<double>::infinity()
+                                         : peak.contribution;
+  };
+  std::sort(peaks.begin(), peaks.end(), [&](PeakInfo const& first, PeakInfo const& second) {
+    return share(first) > share(second);
+  });
+  unsigned long order = 0;
+  for (PeakInfo& peak : peaks) {
+    peak.order = ++order;
+  }
+  _ReadLegacyResponse(result, node);
+  _GetAttribute(selected, node, "selected", false);
+}
+
+void BandInfo::_ReadPeaks(ParsingResult& result, _xmlNode* const& node) {
+  _xmlNode* container = nullptr;
+  if (!_GetElement(container, node, "peaks", 0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "peaks");
+    return;
+  }
+  std::deque<_xmlNode*> items;
+  _GetElements(items, container, "peak");
+  for (_xmlNode* item : items) {
+    PeakInfo peak;
+    peak.ReadXML(result, item);
+    peaks.push_back(std::move(peak));
+  }
 }
 
 void BandInfo::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) {
@@ -120,18 +228,7 @@ void BandInfo::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) {
   if (!_GetAttribute(pattern_position_index, node, "index", 0ul)) {
     result << Event(ParsingResult::Error, Event::MissingAttribute, "index");
   }
-  _xmlNode* container = nullptr;
-  if (_GetElement(container, node, "peaks", 0)) {
-    std::deque<_xmlNode*> items;
-    _GetElements(items, container, "peak");
-    for (_xmlNode* item : items) {
-      PeakInfo peak;
-      peak.ReadXML(result, item);
-      peaks.push_back(std::move(peak));
-    }
-  } else {
-    result << Event(ParsingResult::Error, Event::MissingElement, "peaks");
-  }
+  _ReadPeaks(result, node);
   if (!_GetValue(response, node, "response", 0.0)) {
     result << Event(ParsingResult::Error, Event::MissingElement, "response");
   }

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include <kelto/common/read_by_version.h>
+#include <kelto/common/vector.h>
 
 namespace kelto::hyperspectral {
 
@@ -67,9 +68,22 @@ void VirtualBand::WriteXML(_xmlNode*& node) const {
   _WriteXML_v3(node);
 }
 
-// The form whose coefficients are a nested vector element is not read yet.
+// The coefficients were a vector element of their own and the width was not stored: the matrix
+// of that form gives all its bands one width.
 void VirtualBand::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  if (!_GetValue(wavelength_nm, node, "wavelength_nm", 0.0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "wavelength_nm");
+  }
+  fwhm_nm = 0.0;
+  _xmlNode* element = nullptr;
+  if (!_GetElement(element, node, "custom_spectral_correction", 0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "custom_spectral_correction");
+  }
+  // Read even when absent: the vector then reports its own missing count and values, and the
+  // band is left without coefficients.
+  common::Vector custom;
+  custom.ReadXML(result, element);
+  coefficients = custom.Values();
 }
 
 void VirtualBand::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
@@ -86,6 +100,10 @@ void VirtualBand::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
 
 // Versions 2 and 3 changed nothing in the band's own form.
 void VirtualBand::_ReadXML_v2(ParsingResult& result, _xmlNode* const& node) {
+  _ReadXML_v1(result, node);
+}
+
+void VirtualBand::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) {
   _ReadXML_v1(result, node);
 }
 
@@ -123,35 +141,66 @@ void CorrectionMatrix::WriteXML(_xmlNode*& node) const {
   _WriteXML_v6(node);
 }
 
-// The forms before the "created" attribute are not read yet.
+// Versions 0 and 1 knew one matrix per calibration, always of the first algorithm, and one width
+// for all its bands. Type and algorithm version were not stored and stay as they stood.
 void CorrectionMatrix::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  virtual_bands.clear();
+  created = common::time::TimePoint();
+  name = "hyperspectral";
+  algorithm = CorrectionAlgorithms::CA_TACKTILE_0;
+  double fwhm_nm = 0.0;
+  if (!_GetValue(fwhm_nm, node, "fwhm_virtual_filters_nm", 0.0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "fwhm_virtual_filters_nm");
+  }
+  _xmlNode* list = nullptr;
+  if (!_GetElement(list, node, "virtual_bands", 0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "virtual_bands");
+    return;
+  }
+  std::deque<_xmlNode*> items;
+  _GetElements(items, list, "band");
+  for (_xmlNode* const item : items) {
+    virtual_bands.emplace_back();
+    virtual_bands.back().ReadXML(result, item);
+    virtual_bands.back().fwhm_nm = fwhm_nm;
+  }
 }
 
 void CorrectionMatrix::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  _ReadXML_v0(result, node);
 }
 
+// Named matrices with a time stamp as a value of its own.
 void CorrectionMatrix::_ReadXML_v2(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  std::string timestamp;
+  if (!_GetValue(timestamp, node, "timestamp", std::string("not-a-date-time"))) {
+    result << Event(ParsingResult::Error, Event::MissingAttribute, "timestamp");
+  }
+  if (!ParseTime(timestamp, created)) {
+    result << Event(ParsingResult::Error, Event::MissingValue, "timestamp");
+    created = common::time::TimePoint();
+  }
+  _ReadIdentityAndBands(result, node);
 }
 
 void CorrectionMatrix::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  _ReadXML_v2(result, node);
+  _ReadOpticalComponents(result, node);
 }
 
+// A file of this version states the algorithm's version; the older ones stand for 0.0.
 void CorrectionMatrix::_ReadXML_v4(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  algorithm_version = {0, 0};
+  _ReadXML_v3(result, node);
+  _ReadAlgorithmVersion(result, node);
 }
 
 void CorrectionMatrix::_ReadXML_v5(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  _ReadXML_v4(result, node);
+  _ReadMinimumBandEnergy(result, node);
 }
 
 void CorrectionMatrix::_ReadXML_v6(ParsingResult& result, _xmlNode* const& node) {
-  optical_components.clear();
-  virtual_bands.clear();
-
   std::string created_text;
   if (!_GetAttribute(created_text, node, "created", kDefaultCreated)) {
     // The event keeps the name of the value that older files held instead.
@@ -161,7 +210,14 @@ void CorrectionMatrix::_ReadXML_v6(ParsingResult& result, _xmlNode* const& node)
     result << Event(ParsingResult::Error, Event::MissingValue, "created");
     created = common::time::UniversalTimeFromString(kDefaultCreated);
   }
+  _ReadIdentityAndBands(result, node);
+  _ReadOpticalComponents(result, node);
+  _ReadAlgorithmVersion(result, node);
+  _ReadMinimumBandEnergy(result, node);
+}
 
+void CorrectionMatrix::_ReadIdentityAndBands(ParsingResult& result, _xmlNode* const& node) {
+  virtual_bands.clear();
   if (!_GetValue(name, node, "name", std::string())) {
     result << Event(ParsingResult::Error, Event::MissingElement, "name");
   }
@@ -171,6 +227,7 @@ void CorrectionMatrix::_ReadXML_v6(ParsingResult& result, _xmlNode* const& node)
     result << Event(ParsingResult::Error, Event::MissingElement, "algorithm");
   }
   algorithm = CorrectionAlgorithms::FromString(algorithm_text);
+  algorithm_version = {0, 0};
 
   // Optional and silent: a matrix without a known type is used as a reflectance matrix.
   std::string type_text;
@@ -181,27 +238,34 @@ void CorrectionMatrix::_ReadXML_v6(ParsingResult& result, _xmlNode* const& node)
   }
 
   _xmlNode* list = nullptr;
-  std::deque<_xmlNode*> items;
   if (!_GetElement(list, node, "virtual_bands", 0)) {
     result << Event(ParsingResult::Error, Event::MissingElement, "virtual_bands");
-  } else {
-    _GetElements(items, list, "virtual_band");
-    for (_xmlNode* const item : items) {
-      virtual_bands.emplace_back();
-      virtual_bands.back().ReadXML(result, item);
-    }
+    return;
   }
+  std::deque<_xmlNode*> items;
+  _GetElements(items, list, "virtual_band");
+  for (_xmlNode* const item : items) {
+    virtual_bands.emplace_back();
+    virtual_bands.back().ReadXML(result, item);
+  }
+}
 
+void CorrectionMatrix::_ReadOpticalComponents(ParsingResult& result, _xmlNode* const& node) {
+  optical_components.clear();
+  _xmlNode* list = nullptr;
   if (!_GetElement(list, node, "optical_components", 0)) {
     result << Event(ParsingResult::Error, Event::MissingElement, "optical_components");
-  } else {
-    _GetElements(items, list, "optical_component");
-    for (_xmlNode* const item : items) {
-      optical_components.emplace_back();
-      optical_components.back().ReadXML(result, item);
-    }
+    return;
   }
+  std::deque<_xmlNode*> items;
+  _GetElements(items, list, "optical_component");
+  for (_xmlNode* const item : items) {
+    optical_components.emplace_back();
+    optical_components.back().ReadXML(result, item);
+  }
+}
 
+void CorrectionMatrix::_ReadAlgorithmVersion(ParsingResult& result, _xmlNode* const& node) {
   std::string version_text;
   if (!_GetValue(version_text, node, "algorithm_version", std::string())) {
     result << Event(ParsingResult::Error, Event::MissingElement, "algorithm_version");
@@ -210,7 +274,9 @@ void CorrectionMatrix::_ReadXML_v6(ParsingResult& result, _xmlNode* const& node)
     result << Event(ParsingResult::Warning, Event::SanityCheck, "algorithm_version");
     algorithm_version = {0, 0};
   }
+}
 
+void CorrectionMatrix::_ReadMinimumBandEnergy(ParsingResult& result, _xmlNode* const& node) {
   if (!_GetValue(minimum_band_energy, node, "minimum_band_energy", 0.0)) {
     result << Event(ParsingResult::Error, Event::MissingElement, "minimum_band_energy");
   }

@@ -1,12 +1,15 @@
 #include <kelto/hyperspectral/calibration/filter_info.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
 
 #include <kelto/common/read_by_version.h>
+
+#include "legacy.h"
 
 namespace kelto::hyperspectral {
 
@@ -56,12 +59,61 @@ void FilterInfo::WriteXML(_xmlNode*& node) const {
   _WriteXML_v1(node);
 }
 
+// Before versions existed the block held only the range of the measured responses; the zone
+// was read from the same element by the calibration.
 void FilterInfo::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  _xmlNode* grid = nullptr;
+  double start = 0.0;
+  double end = 0.0;
+  double resolution = 0.0;
+  if (!(_GetElement(grid, node, "calibration_info", 0) ||
+        _GetElement(grid, node, "calibration_data", 0)) ||
+      !_GetValue(start, grid, "start_calibration_range", 0.0) ||
+      !_GetValue(end, grid, "end_calibration_range", 0.0) ||
+      !_GetValue(resolution, grid, "calibration_resolution", 0.0)) {
+    result << Event(ParsingResult::Warning, Event::LegacyDefault, "calibration_info");
+    return;
+  }
+  std::vector<double>& points = calibration_info.sample_points_nm;
+  std::size_t count = 0;
+  if (resolution == 0.0 || !legacy::CountOf(std::floor((end - start) / resolution + 1.0),
+                                            CalibrationInfo::kMaxSamplePoints, count)) {
+    result << Event(ParsingResult::Error, Event::SanityCheck,
+                    "The range of " + _GetTagName(grid) + " gives no wavelength grid");
+    points.clear();
+    return;
+  }
+  points.assign(count, start);
+  // The steps are summed first and each sum added to the start, as the old tool did; this rounds
+  // differently from adding a step to the point before.
+  double offset = 0.0;
+  for (std::size_t i = 1; i < count; ++i) {
+    offset += resolution;
+    points[i] = points[0] + offset;
+  }
 }
 
+// The zones in their container, the grid inside the first zone.
 void FilterInfo::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  filter_zones.clear();
+  _xmlNode* container = nullptr;
+  if (!_GetElement(container, node, "filter_zones", 0)) {
+    result << Event(ParsingResult::Error, Event::MissingElement, "filter_zones");
+    return;
+  }
+  std::deque<_xmlNode*> items;
+  _GetElements(items, container, "filter_zone");
+  for (_xmlNode* item : items) {
+    if (filter_zones.empty()) {
+      _xmlNode* grid = nullptr;
+      if (_GetElement(grid, item, "calibration_info", 0)) {
+        calibration_info.ReadXML(result, grid);
+      } else {
+        result << Event(ParsingResult::Error, Event::MissingElement, "calibration_info");
+      }
+    }
+    _ReadZone(result, item);
+  }
 }
 
 void FilterInfo::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
@@ -80,14 +132,18 @@ void FilterInfo::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
   std::deque<_xmlNode*> items;
   _GetElements(items, container, "filter_zone");
   for (_xmlNode* item : items) {
-    std::string text;
-    _GetAttribute(text, item, "layout", FilterZone::ToString(FilterZone::NO_FILTER));
-    FilterZone::eFilterLayout layout = FilterZone::NO_FILTER;
-    FilterZone::FromString(layout, text);
-    std::unique_ptr<FilterZone> zone(FilterZone::Create(layout));
-    zone->ReadXML(result, item);
-    filter_zones.push_back(std::move(*zone));
+    _ReadZone(result, item);
   }
+}
+
+void FilterInfo::_ReadZone(ParsingResult& result, _xmlNode* const& item) {
+  std::string text;
+  _GetAttribute(text, item, "layout", FilterZone::ToString(FilterZone::NO_FILTER));
+  FilterZone::eFilterLayout layout = FilterZone::NO_FILTER;
+  FilterZone::FromString(layout, text);
+  std::unique_ptr<FilterZone> zone(FilterZone::Create(layout));
+  zone->ReadXML(result, item);
+  filter_zones.push_back(std::move(*zone));
 }
 
 void FilterInfo::_WriteXML_v1(_xmlNode*& node) const {

@@ -1,9 +1,17 @@
 #include <kelto/hyperspectral/calibration/filter_zone.h>
 
 #include <algorithm>
+#include <climits>
+#include <cmath>
+#include <map>
+#include <set>
 #include <stdexcept>
+#include <string>
 
 #include <kelto/common/read_by_version.h>
+#include <kelto/hyperspectral/calibration/calibration_info.h>
+
+#include "legacy.h"
 
 namespace kelto::hyperspectral {
 
@@ -15,6 +23,9 @@ namespace {
 
 constexpr double kDefaultSpectralStart = 400.0;
 constexpr double kDefaultSpectralEnd = 1000.0;
+
+// Tiles of the unversioned form all had this side, in pixels.
+constexpr unsigned long kTileSize = 256;
 
 // A size of the area in whole pixels. Truncating a negative, NaN or huge size is undefined; such
 // an area fails its own checks and counts as 0 here.
@@ -29,6 +40,13 @@ unsigned long AreaStep(double size, unsigned long pattern) {
     throw std::logic_error("band step of a zone with a zero pattern size");
   }
   return pattern == 1 ? 0 : WholePixels(size) / pattern;
+}
+
+const std::deque<double>& ListOf(std::map<int, std::deque<double>> const& lists,
+                                 unsigned long band) {
+  static const std::deque<double> kNone;
+  const auto found = lists.find(static_cast<int>(band));
+  return found == lists.end() ? kNone : found->second;
 }
 
 }  // namespace
@@ -129,8 +147,202 @@ void FilterZone::WriteXML(_xmlNode*& node) const {
   _WriteXML_v3(node);
 }
 
+// The form of the first measuring tool: per-band lists of peak wavelengths and widths, a
+// selection, and all responses as one matrix of 10-bit numbers with a row per sample and a column
+// per band. The subclasses derive the pattern from it.
 void FilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  index = 0;
+  _ReadLegacyArea(result, node);
+  if (!_GetValue(spectral_range_start_nm, node, "start_spectral_range", kDefaultSpectralStart)) {
+    result << Event(ParsingResult::Warning, Event::MissingValue, "start_spectral_range");
+  }
+  if (!_GetValue(spectral_range_end_nm, node, "end_spectral_range", kDefaultSpectralEnd)) {
+    result << Event(ParsingResult::Warning, Event::MissingValue, "end_spectral_range");
+  }
+
+  BandLists wavelengths;
+  BandLists widths;
+  BandLists full_widths;  // read for its events alone: no peak keeps a full width any more
+  _ReadBandLists(result, node, "wavelength", wavelengths, true);
+  _ReadBandLists(result, node, "fwhm", widths, true);
+  _ReadBandLists(result, node, "fwfm", full_widths, false);
+
+  // Membership only, and a file may list many bands: a set keeps the look-up short.
+  const std::set<double> active = _ReadActiveBands(node, wavelengths.size());
+
+  const unsigned long counted = wavelengths.empty() || wavelengths.rbegin()->first < 0
+                                    ? 0
+                                    : static_cast<unsigned long>(wavelengths.rbegin()->first) + 1;
+  unsigned long nr_bands = 0;
+  if (_GetValue(nr_bands, node, "nr_bands", counted) && nr_bands != counted) {
+    result << Event(ParsingResult::Error, Event::SanityCheck, "nr_bands");
+  }
+  if (nr_bands > kMaxBands) {
+    result << Event(ParsingResult::Error, Event::SanityCheck,
+                    "nr_bands is more bands than a zone can have");
+    nr_bands = 0;
+  }
+
+  bands.clear();
+  for (unsigned long b = 0; b < nr_bands; ++b) {
+    BandInfo band;
+    band.pattern_position_index = b;
+    const std::deque<double>& band_wavelengths = ListOf(wavelengths, b);
+    const std::deque<double>& band_widths = ListOf(widths, b);
+    if (band_wavelengths.empty()) {
+      result << Event(ParsingResult::Error, Event::LegacyDefault, "bands");
+    }
+    if (band_widths.empty()) {
+      result << Event(ParsingResult::Warning, Event::LegacyDefault, "bands");
+    }
+    // A negative wavelength was how the tool switched a band off.
+    const double wavelength = band_wavelengths.empty() ? 0.0 : band_wavelengths.front();
+    band.selected = active.count(static_cast<double>(b)) != 0 && wavelength > 0.0;
+    BandInfo::PeakInfo peak;
+    peak.wavelength_nm = std::fabs(wavelength);
+    peak.fwhm_nm = band_widths.empty() ? 0.0 : band_widths.front();
+    peak.quantum_efficiency = 0.0;
+    peak.contribution = 1.0;
+    band.peaks.push_back(peak);
+    bands.push_back(std::move(band));
+  }
+  _ReadLegacyResponses(result, node, nr_bands);
+}
+
+void FilterZone::_ReadLegacyArea(ParsingResult& result, _xmlNode* const& node) {
+  _xmlNode* area = nullptr;
+  if (_GetElement(area, node, "active_area", 0)) {
+    const auto read = [&](double& field, const char* name) {
+      if (!_GetValue(field, area, name, 0.0)) {
+        result << Event(ParsingResult::Error, Event::MissingValue, name);
+      }
+    };
+    read(filter_area.offset_x, "offset_x");
+    read(filter_area.offset_y, "offset_y");
+    read(filter_area.width, "width");
+    read(filter_area.height, "height");
+    return;
+  }
+  // The flat form; a size that is not there stays what it held (the sensor's, when the zone is
+  // the filter of a whole calibration).
+  const auto read = [&](double& field, const char* name, double default_value) {
+    if (!_GetValue(field, node, name, default_value)) {
+      result << Event(ParsingResult::Warning, Event::MissingValue, name);
+    }
+  };
+  read(filter_area.offset_x, "active_area_offset_x", 0.0);
+  read(filter_area.offset_y, "active_area_offset_y", 0.0);
+  read(filter_area.width, "active_area_width", filter_area.width);
+  read(filter_area.height, "active_area_height", filter_area.height);
+}
+
+void FilterZone::_ReadBandLists(ParsingResult& result, _xmlNode* const& node, const char* name,
+                                BandLists& lists, bool required) {
+  _xmlNode* element = nullptr;
+  if (!_GetElement(element, node, name, 0)) {
+    if (required) {
+      result << Event(ParsingResult::Error, Event::MissingElement, name);
+    }
+    return;
+  }
+  std::deque<_xmlNode*> items;
+  _GetElements(items, element, "band");
+  for (_xmlNode* item : items) {
+    int number = 0;
+    if (!_GetAttribute(number, item, "number", 0)) {
+      result << Event(ParsingResult::Error, Event::MissingAttribute, "number");
+    }
+    std::deque<double> values;
+    _ReadCSV(values, _GetData(item));
+    if (values.empty()) {
+      result << Event(ParsingResult::Error, Event::MissingValue, "band");
+    }
+    // The first list of a band stays; a second one with values is a contradiction of the file.
+    std::deque<double>& list = lists[number];
+    if (list.empty()) {
+      list = std::move(values);
+    } else {
+      result << Event(ParsingResult::Error, Event::SanityCheck, name);
+    }
+  }
+}
+
+std::set<double> FilterZone::_ReadActiveBands(_xmlNode* const& node, std::size_t listed) {
+  std::deque<double> numbers;
+  _xmlNode* element = nullptr;
+  if (_GetElement(element, node, "active_bands", 0)) {
+    _ReadCSV(numbers, _GetData(element));
+  } else if (_GetElement(element, node, "bandSelection", 0)) {
+    std::deque<_xmlNode*> items;
+    _GetElements(items, element, "band");
+    for (_xmlNode* item : items) {
+      // std::stof as the tool read it: a text that isn't a number ends the read with its
+      // exception, which the caller gets.
+      numbers.push_back(std::stof(_GetData(item)));
+    }
+  }
+  std::set<double> active(numbers.begin(), numbers.end());
+  // Without a selection, every band that has a wavelength takes part.
+  if (active.empty()) {
+    for (std::size_t b = 0; b < listed; ++b) {
+      active.insert(static_cast<double>(b));
+    }
+  }
+  return active;
+}
+
+void FilterZone::_ReadLegacyResponses(ParsingResult& result, _xmlNode* const& node,
+                                      unsigned long nr_bands) {
+  _xmlNode* grid = nullptr;
+  if (!_GetElement(grid, node, "calibration_info", 0) &&
+      !_GetElement(grid, node, "calibration_data", 0)) {
+    return;
+  }
+  double start = 0.0;
+  double end = 0.0;
+  double resolution = 0.0;
+  const bool has_start = _GetValue(start, grid, "start_calibration_range", 0.0);
+  const bool has_end = _GetValue(end, grid, "end_calibration_range", 0.0);
+  const bool has_resolution = _GetValue(resolution, grid, "calibration_resolution", 0.0);
+  if (resolution == 0.0) {
+    resolution = 1.0;
+  }
+  _xmlNode* responses = nullptr;
+  if (!has_start || !has_end || !has_resolution ||
+      !_GetElement(responses, grid, "filter_responses", 0)) {
+    result << Event(ParsingResult::Warning, Event::LegacyDefault, "calibration_info");
+    return;
+  }
+  std::size_t samples = 0;
+  if (!legacy::CountOf((end - start) / resolution + 1.5, CalibrationInfo::kMaxSamplePoints,
+                       samples)) {
+    result << Event(ParsingResult::Error, Event::SanityCheck,
+                    "The range of " + _GetTagName(grid) + " gives no number of samples that " +
+                        "filter_responses can hold");
+    return;
+  }
+  const std::size_t count = samples * nr_bands;
+  std::vector<double> values;
+  // A text with fewer numbers than the grid and the bands ask for has no row of its own for
+  // every sample; the bands then keep no response rather than a guessed one.
+  if (count == 0 || !_ReadCSV(values, _GetData(responses), count)) {
+    result << Event(ParsingResult::Error, Event::MissingValue, "filter_responses");
+    return;
+  }
+  for (BandInfo& band : bands) {
+    band.response.resize(samples);
+    for (std::size_t s = 0; s < samples; ++s) {
+      band.response[s] = legacy::kTenBitScale * values[s * nr_bands + band.pattern_position_index];
+    }
+  }
+}
+
+void FilterZone::_FlipPatternRows() {
+  for (BandInfo& band : bands) {
+    const unsigned long row = band.pattern_position_index / pattern_width;
+    const unsigned long column = band.pattern_position_index % pattern_width;
+    band.pattern_position_index = (pattern_height - 1 - row) * pattern_width + column;
+  }
 }
 
 void FilterZone::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
@@ -340,20 +552,170 @@ void NoFilterZone::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) {
 
 void NoFilterZone::_WriteXML_v3(_xmlNode*&) const {}
 
+// A stripe of lines per band, the first band at the top of the area.
 void WedgeFilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  FilterZone::_ReadXML_vNA(result, node);
+  pattern_width = 1;
+  pattern_height = bands.size();
+
+  // The lines of a band default to an even share of the area, which a zone without bands lacks.
+  std::size_t share = 0;
+  if (bands.empty()) {
+    result << Event(ParsingResult::Error, Event::SanityCheck,
+                    "lines_per_band can't be shared out over a wedge without bands");
+  } else {
+    share = std::min<std::size_t>(WholePixels(filter_area.height) / bands.size(), INT_MAX);
+  }
+  int lines_per_band = 0;
+  if (!_GetValue(lines_per_band, node, "lines_per_band", static_cast<int>(share))) {
+    result << Event(ParsingResult::Warning, Event::LegacyDefault, "lines_per_band");
+  }
+  if (lines_per_band < 0) {
+    result << Event(ParsingResult::Error, Event::MissingValue, "lines_per_band");
+    lines_per_band = 0;
+  }
+  int first_band_offset = 0;
+  if (!_GetValue(first_band_offset, node, "first_band_offset", 0)) {
+    result << Event(ParsingResult::Warning, Event::LegacyDefault, "first_band_offset");
+  }
+  filter_area.offset_y = first_band_offset;
+
+  if (pattern_height != 0) {
+    const std::size_t rest = WholePixels(filter_area.height) % pattern_height;
+    if (rest != 0) {
+      filter_area.height -= static_cast<double>(rest);
+      result << Event(ParsingResult::Warning, Event::SanityCheck,
+                      "active_area_height and pattern_height");
+    }
+  }
+  filter_width = WholePixels(filter_area.width);
+  filter_height = static_cast<unsigned long>(lines_per_band);
+  _FlipPatternRows();
+  SortOnPatternPositionIndex(bands);
 }
 
+// The area of this version covered only the selected bands; it is widened to all of them.
 void WedgeFilterZone::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  FilterZone::_ReadXML_v0(result, node);
+  if (pattern_height * filter_height == bands.size()) {
+    return;
+  }
+  pattern_height = bands.size();
+  std::deque<BandInfo> selected = bands;
+  RetainSelectedOnly(selected);
+  if (selected.empty()) {
+    result << Event(ParsingResult::Error, Event::SanityCheck,
+                    "A wedge without selected bands has no first band to place its area by");
+  } else {
+    filter_area.offset_y -= static_cast<double>(selected.front().pattern_position_index) *
+                            static_cast<double>(filter_height);
+  }
+  filter_area.height +=
+      static_cast<double>(bands.size() - selected.size()) * static_cast<double>(filter_height);
 }
 
+// Tiles of a fixed size, numbered to bands by a table of their own.
 void TiledFilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  FilterZone::_ReadXML_vNA(result, node);
+  if (!_GetValue(pattern_height, node, "tile_row_count", 0ul) &&
+      !_GetValue(pattern_height, node, "tileRows", 0ul)) {
+    result << Event(ParsingResult::Error, Event::MissingValue, "tile_row_count - tileRows");
+  }
+  if (!_GetValue(pattern_width, node, "tile_col_count", 0ul) &&
+      !_GetValue(pattern_width, node, "tileCols", 0ul)) {
+    result << Event(ParsingResult::Error, Event::MissingValue, "tile_col_count - tileCols");
+  }
+  if (filter_area.offset_x == 0.0) {
+    _GetValue(filter_area.offset_x, node, "tileOffsetX", 0.0);
+  }
+  if (filter_area.offset_y == 0.0) {
+    _GetValue(filter_area.offset_y, node, "tileOffsetY", 0.0);
+  }
+  filter_width = kTileSize;
+  filter_height = kTileSize;
+  filter_area.width = static_cast<double>(pattern_width) * kTileSize;
+  filter_area.height = static_cast<double>(pattern_height) * kTileSize;
+
+  _xmlNode* table = nullptr;
+  if (_GetElement(table, node, "tileToBandNr", 0)) {
+    std::map<unsigned long, unsigned long> tile_of_band;
+    std::deque<_xmlNode*> items;
+    _GetElements(items, table, "band");
+    for (_xmlNode* item : items) {
+      unsigned long tile = 0;
+      if (!_GetAttribute(tile, item, "tile", 0ul)) {
+        result << Event(ParsingResult::Error, Event::MissingAttribute, "tile");
+      }
+      // std::stof as the tool read it: a text that isn't a number ends the read with its
+      // exception, which the caller gets. A number that no band has is left out.
+      const float number = std::stof(_GetData(item));
+      std::size_t band = 0;
+      if (!legacy::CountOf(number, kMaxBands - 1, band)) {
+        result << Event(ParsingResult::Error, Event::SanityCheck,
+                        "tileToBandNr holds a band number that no zone has");
+        continue;
+      }
+      tile_of_band[band] = tile;
+    }
+    // The table's bands in ascending order give the tiles of the zone's bands in theirs; a gap
+    // leaves the count behind, so every later band is reported.
+    unsigned long k = 0;
+    for (const auto& [band, tile] : tile_of_band) {
+      if (k == bands.size()) {
+        result << Event(ParsingResult::Error, Event::SanityCheck,
+                        "tileToBandNr holds more bands than the zone");
+        break;
+      }
+      if (band != k) {
+        result << Event(ParsingResult::Error, Event::SanityCheck, "missing bands in tileToBandNr");
+      }
+      bands[k].pattern_position_index = tile;
+      ++k;
+    }
+    SortOnPatternPositionIndex(bands);
+  }
+
+  if (pattern_width == 0) {
+    result << Event(ParsingResult::Error, Event::SanityCheck,
+                    "The rows of tiles without columns can't be turned upside down");
+  } else {
+    _FlipPatternRows();
+  }
+  SortOnPatternPositionIndex(bands);
 }
 
+// A small pattern of one-pixel filters repeated over the area.
 void MosaicFilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
-  result << Event(ParsingResult::Error, Event::UnsupportedVersion, _GetTagName(node));
+  FilterZone::_ReadXML_vNA(result, node);
+  if (!_GetValue(pattern_width, node, "mosaic_pattern_width", 0ul)) {
+    result << Event(ParsingResult::Error, Event::MissingValue, "mosaic_pattern_width");
+  }
+  if (!_GetValue(pattern_height, node, "mosaic_pattern_height", 0ul)) {
+    result << Event(ParsingResult::Error, Event::MissingValue, "mosaic_pattern_height");
+  }
+  filter_width = 1;
+  filter_height = 1;
+  // The area holds whole patterns only.
+  if (pattern_width != 0) {
+    const std::size_t rest = WholePixels(filter_area.width) % pattern_width;
+    if (rest != 0) {
+      filter_area.width -= static_cast<double>(rest);
+      result << Event(ParsingResult::Warning, Event::SanityCheck,
+                      "active_area_width and mosaic_pattern_width");
+    }
+  }
+  if (pattern_height != 0) {
+    const std::size_t rest = WholePixels(filter_area.height) % pattern_height;
+    if (rest != 0) {
+      filter_area.height -= static_cast<double>(rest);
+      result << Event(ParsingResult::Warning, Event::SanityCheck,
+                      "active_area_height and mosaic_pattern_height");
+    }
+  }
+  if (pattern_width != 0) {
+    _FlipPatternRows();
+  }
+  SortOnPatternPositionIndex(bands);
 }
 
 }  // namespace kelto::hyperspectral

@@ -25,8 +25,8 @@ class KELTO_HYPERSPECTRAL_EXPORT CorrectionMatrix : public common::XMLSerializab
    public:
     VirtualBand() = default;
 
-    // Reads versions 1 and later (all in the same form); version 0 is not readable yet and is
-    // refused.
+    // Reads version 0 (coefficients as a vector element, no width) and versions 1 and later, all
+    // in the one current form.
     void ReadXML(ParsingResult& result, _xmlNode* const& node) override;
     void WriteXML(_xmlNode*& node) const override;
 
@@ -50,8 +50,8 @@ class KELTO_HYPERSPECTRAL_EXPORT CorrectionMatrix : public common::XMLSerializab
 
   CorrectionMatrix() = default;
 
-  // Reads version 6 and anything newer; versions 0 to 5 are not readable yet and are refused.
-  // The sanity checks are left to the caller.
+  // Reads versions 0 to 6 and anything newer as 6; each older form fills what it held and
+  // leaves the rest. The sanity checks are left to the caller.
   void ReadXML(ParsingResult& result, _xmlNode* const& node) override;
   void WriteXML(_xmlNode*& node) const override;
 
@@ -86,6 +86,11 @@ class KELTO_HYPERSPECTRAL_EXPORT CorrectionMatrix : public common::XMLSerializab
   void _ReadXML_v4(ParsingResult& result, _xmlNode* const& node);
   void _ReadXML_v5(ParsingResult& result, _xmlNode* const& node);
   void _ReadXML_v6(ParsingResult& result, _xmlNode* const& node);
+  // The parts that versions 2 to 6 share, in their reading order.
+  void _ReadIdentityAndBands(ParsingResult& result, _xmlNode* const& node);
+  void _ReadOpticalComponents(ParsingResult& result, _xmlNode* const& node);
+  void _ReadAlgorithmVersion(ParsingResult& result, _xmlNode* const& node);
+  void _ReadMinimumBandEnergy(ParsingResult& result, _xmlNode* const& node);
 };
 
 // Exact comparisons throughout; a NaN on either side makes the records unequal.

@@ -18,8 +18,11 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterInfo : public common::XMLSerializableInte
  public:
   FilterInfo() = default;
 
-  // Version 1 and newer, 0, and the unversioned form; each zone is read by the subclass of its
-  // "layout" and stored as a plain FilterZone that keeps its layout. Checks run afterwards.
+  // Version 1 and newer, 0, and the unversioned form (the grid's range alone, whose zone the
+  // calibration reads); each zone is read by the subclass of its "layout" and stored as a plain
+  // FilterZone that keeps its layout. Checks run afterwards. An unversioned range that gives no
+  // grid of at most CalibrationInfo::kMaxSamplePoints points is (Error, SanityCheck, sentence)
+  // and leaves the grid empty.
   void ReadXML(ParsingResult& result, _xmlNode* const& node) override;
   void WriteXML(_xmlNode*& node) const override;
   // The grid's checks, then per zone its index, its own checks and its place after every earlier
@@ -45,6 +48,10 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterInfo : public common::XMLSerializableInte
   virtual void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node);
   virtual void _ReadXML_v1(ParsingResult& result, _xmlNode* const& node);
   virtual void _WriteXML_v1(_xmlNode*& node) const;
+
+ private:
+  // One "filter_zone" item, read by the subclass of its layout and stored.
+  void _ReadZone(ParsingResult& result, _xmlNode* const& item);
 };
 
 KELTO_HYPERSPECTRAL_EXPORT bool operator==(FilterInfo const& left, FilterInfo const& right);

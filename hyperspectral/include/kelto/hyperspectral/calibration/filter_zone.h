@@ -6,6 +6,8 @@
 
 #include <cstdint>
 #include <deque>
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -48,6 +50,12 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInte
       virtual void _ReadXML_v1(ParsingResult& result, _xmlNode* const& node);
       virtual void _ReadXML_v2(ParsingResult& result, _xmlNode* const& node);
       virtual void _WriteXML_v2(_xmlNode*& node) const;
+
+     private:
+      void _ReadOrder(ParsingResult& result, _xmlNode* const& node);
+      // A double of the peak, (Error, MissingValue, name) when absent.
+      void _ReadValue(ParsingResult& result, _xmlNode* const& node, double& field,
+                      const char* name);
     };
 
     BandInfo() = default;
@@ -71,9 +79,19 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInte
     virtual void _ReadXML_v3(ParsingResult& result, _xmlNode* const& node);
     virtual void _ReadXML_v4(ParsingResult& result, _xmlNode* const& node);
     virtual void _WriteXML_v4(_xmlNode*& node) const;
+
+   private:
+    // Versions 0 to 2: the index under its old name, and the response in 10-bit numbers.
+    void _ReadLegacyIndex(ParsingResult& result, _xmlNode* const& node);
+    void _ReadLegacyResponse(ParsingResult& result, _xmlNode* const& node);
+    void _ReadPeaks(ParsingResult& result, _xmlNode* const& node);
   };
 
   static constexpr double refractive_index = 1.7;
+
+  // The most bands that a zone of the unversioned form may have, as its "nr_bands" or as counted
+  // from its lists; no real filter comes near. A file that asks for more keeps no bands.
+  static constexpr unsigned long kMaxBands = 100000;
 
   explicit FilterZone(eFilterLayout const& layout);
 
@@ -98,6 +116,8 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInte
   unsigned long GetPixelStepY() const;
 
   // Reads the version of the element with the readers of this object's subclass. No checks here.
+  // The unversioned form reads its band selection and tile table as std::stof does; a text that
+  // isn't a number ends the read with std::stof's exception, which the caller gets.
   void ReadXML(ParsingResult& result, _xmlNode* const& node) override;
   void WriteXML(_xmlNode*& node) const override;
   // A NO_FILTER zone is not checked; others check area, sizes, band count and their bands.
@@ -135,7 +155,23 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInte
   virtual void _ReadXML_v3(ParsingResult& result, _xmlNode* const& node);
   virtual void _WriteXML_v3(_xmlNode*& node) const;
 
+  // Old files numbered the pattern from its bottom row: each band's index is moved to the same
+  // column of the mirrored row. Needs a pattern_width other than 0.
+  void _FlipPatternRows();
+
  private:
+  // Per band number, the comma-separated values of one list of the unversioned form
+  // ("wavelength", "fwhm", "fwfm"): one value per peak.
+  using BandLists = std::map<int, std::deque<double>>;
+
+  // The parts of the unversioned form, in reading order.
+  void _ReadLegacyArea(ParsingResult& result, _xmlNode* const& node);
+  void _ReadBandLists(ParsingResult& result, _xmlNode* const& node, const char* name,
+                      BandLists& lists, bool required);
+  // The numbers of the bands that take part; `listed` of them when the file names none.
+  std::set<double> _ReadActiveBands(_xmlNode* const& node, std::size_t listed);
+  void _ReadLegacyResponses(ParsingResult& result, _xmlNode* const& node, unsigned long nr_bands);
+
   eFilterLayout filter_layout_;
 };
 
@@ -153,6 +189,8 @@ class KELTO_HYPERSPECTRAL_EXPORT NoFilterZone : public FilterZone {
   void _WriteXML_v3(_xmlNode*& node) const override;
 };
 
+// Each band a stripe of lines. Its unversioned form gives the lines per band and the first
+// band's offset; its version 0 gave an area of the selected bands only, widened on reading.
 class KELTO_HYPERSPECTRAL_EXPORT WedgeFilterZone : public FilterZone {
  public:
   WedgeFilterZone() : FilterZone(WEDGE) {}
@@ -162,6 +200,7 @@ class KELTO_HYPERSPECTRAL_EXPORT WedgeFilterZone : public FilterZone {
   void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node) override;
 };
 
+// Each band one large tile; the unversioned form maps bands to tiles by a table.
 class KELTO_HYPERSPECTRAL_EXPORT TiledFilterZone : public FilterZone {
  public:
   TiledFilterZone() : FilterZone(TILED) {}
@@ -170,6 +209,7 @@ class KELTO_HYPERSPECTRAL_EXPORT TiledFilterZone : public FilterZone {
   void _ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) override;
 };
 
+// A small pattern of one-pixel filters repeated over the area.
 class KELTO_HYPERSPECTRAL_EXPORT MosaicFilterZone : public FilterZone {
  public:
   MosaicFilterZone() : FilterZone(MOSAIC) {}

@@ -18,8 +18,9 @@ class KELTO_HYPERSPECTRAL_EXPORT OpticalComponent : public common::XMLSerializab
  public:
   OpticalComponent() = default;
 
-  // Reads version 2 and anything newer; versions 0 and 1 are not readable yet and are refused.
-  // The sanity checks are left to the caller.
+  // Reads versions 0, 1, 2 and anything newer as 2. A version 0 or 1 date whose parts aren't
+  // numbers ends the read with std::stoi's exception (see _ParseDate). The sanity checks are left
+  // to the caller.
   void ReadXML(ParsingResult& result, _xmlNode* const& node) override;
   void WriteXML(_xmlNode*& node) const override;
 
@@ -47,10 +48,23 @@ class KELTO_HYPERSPECTRAL_EXPORT OpticalComponent : public common::XMLSerializab
  protected:
   virtual void _WriteXML_v2(_xmlNode*& node) const;
 
+  // The "created" date of versions 0 and 1: any "year-month-day" text, the three parts read by
+  // std::stoi (which throws std::invalid_argument or std::out_of_range, "stoi", for a part that
+  // isn't a number or doesn't fit), the year narrowed to 16 bits and month and day to 8, without
+  // a range check. A text of another form, or longer than any date, is 1900-01-01.
+  static common::time::Date _ParseDate(const std::string& text);
+
  private:
   void _ReadXML_v0(ParsingResult& result, _xmlNode* const& node);
   void _ReadXML_v1(ParsingResult& result, _xmlNode* const& node);
   void _ReadXML_v2(ParsingResult& result, _xmlNode* const& node);
+  void _ReadIdentity(ParsingResult& result, _xmlNode* const& node);
+  void _ReadCreated(ParsingResult& result, _xmlNode* const& node);
+
+  // An item of the component: (Error, MissingElement, name) when it is absent.
+  template <typename T, typename Default>
+  void _ReadItem(ParsingResult& result, _xmlNode* const& node, T& field, const char* name,
+                 Default const& default_value);
 };
 
 // Every field exactly; a NaN on either side makes the components unequal.

@@ -21,7 +21,10 @@ class KELTO_HYPERSPECTRAL_EXPORT SensorCalibration : public common::XMLSerializa
 
   // Version 3, anything newer as 3, and the older forms; the tag of the root is not checked.
   // The sensor and filter blocks check themselves while being read, and the whole calibration is
-  // checked again at the end, so a defect in those blocks is reported twice.
+  // checked again at the end, so a defect in those blocks is reported twice. A file without
+  // version always reports "!filter_zones.empty ()": its filter block is checked before its one
+  // zone is added. A few texts of the oldest zones and optical components are read by std::stof
+  // and std::stoi, whose std::invalid_argument or std::out_of_range leaves this function.
   void ReadXML(ParsingResult& result, _xmlNode* const& node) override;
   // Times are written to the second ("%FT%TZ"): a calibration made now reads back with the
   // fraction of its seconds gone.
@@ -52,8 +55,15 @@ class KELTO_HYPERSPECTRAL_EXPORT SensorCalibration : public common::XMLSerializa
   virtual void _WriteXML_v3(_xmlNode*& node) const;
 
  private:
+  // A time attribute, of which the first `length` characters are read.
   void _ReadTime(ParsingResult& result, _xmlNode* const& node, const char* name,
-                 common::time::TimePoint& time);
+                 common::time::TimePoint& time, std::size_t length = std::string::npos);
+  // A block of the calibration in the element `name` of the node, (Error, MissingElement, name)
+  // without it.
+  void _ReadBlock(ParsingResult& result, _xmlNode* const& node,
+                  common::XMLSerializableInterface& block, const char* name);
+  void _ReadStamped(ParsingResult& result, _xmlNode* const& node, bool gains_in_grid);
+  void _ReadGridGains(ParsingResult& result, _xmlNode* const& node);
 };
 
 // Identity, times, software, then the three blocks; the first difference decides.
