@@ -14,6 +14,7 @@ arrays (copies) and are changed by assigning a new sequence. The plots are in ke
 Dask front in kelto.dask, a small ENVI reader in kelto.envi.
 """
 
+import logging as _logging
 import os as _os
 
 import numpy as _np
@@ -63,6 +64,11 @@ __all__ = [
     "read_parameters", "load_parameters", "parameter_keys", "compute_peaks",
     "compute_correction_matrix", "correct", "band_info", "envi_metadata",
 ]
+
+
+# The library's own log (timings, and the errors that also reach the caller as exceptions) goes
+# to the logger "kelto", silent until the application configures logging.
+_logging.getLogger("kelto").addHandler(_logging.NullHandler())
 
 
 class ParseError(ValueError):

@@ -54,6 +54,7 @@ std::unique_ptr<PM_SensorResponseAnalysis> MakeAnalysis(
 }
 
 void ComputePeaks(SensorCalibration& calibration, const CorrectionMatrixParameters& parameters) {
+  const LogFlush flush;
   py::gil_scoped_release unlocked;
   auto analysis = MakeAnalysis(parameters);
   // The module numbers the bands in the order it is given, and hands the peaks back into bands
@@ -71,6 +72,7 @@ CorrectionMatrix ComputeCorrectionMatrix(const SensorCalibration& calibration,
                                          const std::string& name,
                                          const CorrectionMatrixParameters& parameters,
                                          const py::object& type, bool all_bands) {
+  const LogFlush flush;
   CorrectionMatrix matrix;
   matrix.name = name;
   const bool irradiance =
@@ -157,6 +159,7 @@ void BindParameters(py::module_& m) {
   m.def(
       "load_parameters",
       [](const std::string& key) {
+        const LogFlush flush;
         P loaded;
         hyperspectral::utilities::LoadCorrectionMatrixParameters(loaded, key);
         return loaded;

@@ -49,6 +49,18 @@ common::time::Date FromDate(const py::object& value);
 // (state, source, text) tuples, in the order the read produced them.
 py::list ToTuples(const Events& events);
 
+// The library's log goes to Python's logging ("kelto"), queued by the sink and handed over by
+// FlushLog, which needs the GIL. A LogFlush made before the GIL is released flushes when the
+// bound call ends, by return or by exception.
+void InstallLogSink();
+void FlushLog();
+struct LogFlush {
+  LogFlush() = default;
+  LogFlush(const LogFlush&) = delete;
+  LogFlush& operator=(const LogFlush&) = delete;
+  ~LogFlush();
+};
+
 void BindEnumerations(py::module_& m);
 void BindRecords(py::module_& m);
 void BindParameters(py::module_& m);

@@ -90,6 +90,7 @@ BlockCorrector::Reference ToReference(const py::object& value, const py::array& 
 py::array Correct(const py::object& cube_like, const CorrectionMatrix& matrix, double scale,
                   const py::object& fill, const py::object& dark, const py::object& white,
                   const py::object& out) {
+  const LogFlush flush;
   // An array is taken as it is; anything else (nested lists, a scalar) as numpy makes it.
   const auto cube = py::array::ensure(cube_like);
   if (!cube) {

@@ -5,6 +5,7 @@
 PYBIND11_MODULE(_kelto, m) {
   m.doc() = "Calibration records, correction matrices and the block correction of libkelto.";
   m.attr("__version__") = KELTO_VERSION;
+  kelto::python::InstallLogSink();
   kelto::python::BindEnumerations(m);
   kelto::python::BindRecords(m);
   kelto::python::BindParameters(m);

@@ -166,6 +166,7 @@ py::list Read(XMLSerializableInterface& record, const py::object& path_like) {
     PyErr_SetFromErrnoWithFilename(PyExc_OSError, path.c_str());
     throw py::error_already_set();
   }
+  const LogFlush flush;
   ParsingResult result;
   {
     py::gil_scoped_release unlocked;
@@ -204,6 +205,7 @@ A read never raises on account of the file's content: every problem becomes an e
       .def(
           "read_xml",
           [](XMLSerializableInterface& record, const std::string& text) {
+            const LogFlush flush;
             ParsingResult result;
             record.ReadString(result, text);
             return ToTuples(result.events());

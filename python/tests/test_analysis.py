@@ -1,6 +1,7 @@
 """The main computation from Python: fitted peaks against the samples' true peaks, correction
 matrices against kelto-hsi matrix, and the refusals of input the analysis can't use."""
 
+import logging
 import subprocess
 
 import numpy as np
@@ -74,6 +75,12 @@ class TestCorrectionMatrix:
         with pytest.raises(ValueError, match="no band qualifies"):
             kelto.compute_correction_matrix(calibration, "b", document)
         assert "b" not in calibration.correction_matrices
+
+    def test_the_library_log_reaches_python_logging(self, calibration, caplog):
+        with caplog.at_level(logging.INFO, logger="kelto"):
+            kelto.compute_correction_matrix(calibration, "logged")
+        assert any(record.name == "kelto" and "correction matrix calculation" in record.message
+                   for record in caplog.records)
 
     def test_a_matrix_computed_here_corrects_the_scene(self, calibration, scene):
         matrix = kelto.compute_correction_matrix(calibration, "measured", type="irradiance")
