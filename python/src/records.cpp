@@ -107,7 +107,15 @@ void BindList(py::module_& m, const char* name, const char* doc) {
            })
       .def("clear", [](List& list) { list.clear(); })
       .def("__eq__", [](const List& list, const List& other) { return list == other; })
-      .def("__eq__", [](const List&, const py::object&) { return false; })
+      .def("__eq__",
+           [](const List& list, const py::object& other) {
+             // A Python list of records compares by its elements; anything else is unequal.
+             try {
+               return list == other.cast<List>();
+             } catch (const py::cast_error&) {
+               return false;
+             }
+           })
       .def("__repr__",
            [name](const List& list) {
              return std::string(name) + " of " + std::to_string(list.size());
