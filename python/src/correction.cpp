@@ -113,8 +113,14 @@ py::array Correct(const py::object& cube_like, const CorrectionMatrix& matrix, d
   if (!(scale > 0.0) || !std::isfinite(scale)) {
     throw py::value_error("scale must be a positive finite number");
   }
-  const double fill_value =
-      fill.is_none() ? std::numeric_limits<double>::quiet_NaN() : fill.cast<double>();
+  double fill_value = std::numeric_limits<double>::quiet_NaN();
+  if (!fill.is_none()) {
+    try {
+      fill_value = py::float_(fill).cast<double>();
+    } catch (const py::error_already_set&) {
+      throw py::type_error("fill must be a number or None");
+    }
+  }
 
   const auto rows = cube.shape(0);
   const auto columns = cube.shape(1);

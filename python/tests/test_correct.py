@@ -285,3 +285,5 @@ class TestErrors:
             kelto.correct(cube, broken)
         with pytest.raises(TypeError):
             kelto.correct(cube, "true_peaks")
+        with pytest.raises(TypeError, match="fill"):
+            kelto.correct(cube, matrix, fill="none")
