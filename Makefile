@@ -11,6 +11,10 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 KELTO_HSI  := $(BUILD_DIR)/tools/kelto-hsi
 KELTO_SIM  := $(BUILD_DIR)/tools/kelto-sim
+# Debian's interpreter, which has the Debian packages the Python package uses, whatever python3
+# comes first on PATH.
+PYTHON     := /usr/bin/python3
+KELTO_PY   := PYTHONPATH=$(BUILD_DIR)/python MPLBACKEND=Agg $(PYTHON) -m kelto
 SAMPLES    := hyperspectral/tests/data
 
 .PHONY: all deps configure build test sanitize demo samples bench format clean
@@ -80,6 +84,9 @@ demo:
 	@echo "   the vegetation patch of the corrected cube (compare the matrix column above):"
 	@$(KELTO_HSI) spectrum $(DEMO_MATRIX) $(DEMO_DIR)/reflectance.img --pixel 18,18 --raw
 	@echo
+	@echo "== python3 -m kelto plot matrix: the measured matrix beside its synthesised responses"
+	@$(KELTO_PY) plot matrix $(DEMO_MATRIX) --matrix measured -o $(DEMO_DIR)/measured-matrix.png
+	@echo
 	@echo "== kelto-hsi check $(SAMPLES)/sensor_info_defective.xml (exit status 2 expected)"
 	@$(KELTO_HSI) check $(SAMPLES)/sensor_info_defective.xml; echo "exit status $$?"
 
@@ -89,11 +96,11 @@ samples: build
 	@$(KELTO_SIM) calibrations $(SAMPLES)/calibrations
 	@$(KELTO_SIM) scene $(SAMPLES)/scene
 
-# The benchmarks, then the numpy peer of the block correction where Debian's numpy is installed.
+# The benchmarks, the numpy peer of the block correction, and kelto.correct beside numpy.
 bench: build
 	@for b in $(BUILD_DIR)/bench/bench_*; do [ -x "$$b" ] && "$$b"; done
-	@if /usr/bin/python3 -c "import numpy" 2>/dev/null; then \
-	  /usr/bin/python3 bench/bench_block_correction.py; fi
+	@$(PYTHON) bench/bench_block_correction.py
+	@PYTHONPATH=$(BUILD_DIR)/python $(PYTHON) bench/bench_python_correct.py
 
 format:
 	@git ls-files '*.h' '*.cpp' | xargs clang-format -i

@@ -8,6 +8,11 @@ packages=(
   libxml2-dev libboost-dev libboost-thread-dev libboost-date-time-dev libeigen3-dev
   # the tools in tools/
   libcli11-dev nlohmann-json3-dev libgdal-dev
+  # the Python package in python/: the module, its plots, its Dask front and its tests
+  python3-dev python3-pybind11 python3-numpy python3-matplotlib python3-dask python3-distributed
+  python3-pytest
+  # numpy's BLAS in the benchmarks' Python peers: OpenBLAS, not the reference BLAS
+  libopenblas0-pthread
   # building and testing; locales for the test of number parsing under a decimal-comma locale
   cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev locales
 )
