@@ -16,8 +16,8 @@
 namespace kelto::hyperspectral {
 namespace {
 
-using ::testing::HasSubstr;
 using datatypes::BandImageDataFormat;
+using ::testing::HasSubstr;
 using testing::MakeFormat;
 using testing::MakeMatrix;
 using ::testing::ThrowsMessage;
@@ -249,6 +249,38 @@ TEST(BlockCorrector, ThreadsOnDisjointBlocksShareOneObject) {
     thread.join();
   }
   EXPECT_EQ(alone, together);
+}
+
+}  // namespace
+}  // namespace kelto::hyperspectral
+
+namespace kelto::hyperspectral {
+namespace {
+
+TEST(BlockCorrectorLayouts, BandSequentialAndByPixelGiveTheSameBits) {
+  constexpr unsigned long kWidth = 50;
+  constexpr unsigned long kBands = 16;
+  std::vector<unsigned short> bip(kWidth * kBands);
+  std::vector<unsigned short> bsq(kWidth * kBands);
+  for (unsigned long p = 0; p < kWidth; ++p) {
+    for (unsigned long b = 0; b < kBands; ++b) {
+      const auto value = static_cast<unsigned short>((p * 131 + b * 17) % 4000);
+      bip[p * kBands + b] = value;
+      bsq[b * kWidth + p] = value;
+    }
+  }
+  const BlockCorrector corrector(testing::MakeMatrix(kBands, kBands));
+  std::vector<float> from_bip(kWidth * kBands);
+  std::vector<float> from_bsq(kWidth * kBands);
+  corrector.Correct(
+      BlockCorrector::Samples::PixelInterleaved(
+          bip.data(), datatypes::BandImageDataFormat::kUnsignedShort, kWidth, 1, kBands),
+      3.0, 65535.0, BlockCorrector::Target::PixelInterleaved(from_bip.data(), kWidth, 1, kBands));
+  corrector.Correct(
+      BlockCorrector::Samples::BandSequential(
+          bsq.data(), datatypes::BandImageDataFormat::kUnsignedShort, kWidth, 1, kBands),
+      3.0, 65535.0, BlockCorrector::Target::PixelInterleaved(from_bsq.data(), kWidth, 1, kBands));
+  EXPECT_EQ(from_bip, from_bsq);
 }
 
 }  // namespace

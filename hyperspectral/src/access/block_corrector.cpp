@@ -58,7 +58,8 @@ void Convert(const BlockCorrector::Samples& block, unsigned long line, unsigned 
     if (holds_fill != nullptr && value == fill) {
       holds_fill[p] = 1;
     }
-    x[p * bands + b] = static_cast<float>(value * factor);
+    // As the dense path does, so that every layout gives the same values to the bit.
+    x[p * bands + b] = static_cast<float>(sample) * static_cast<float>(factor);
   };
   if (std::llabs(block.pixel_stride) <= std::llabs(block.band_stride)) {
     for (std::size_t b = 0; b < bands; ++b) {
