@@ -178,8 +178,9 @@ int main(int argc, char** argv) {
       "Read calibrations of any age (files, or directories of *.xml) and write them in the current "
       "form: one file to a file, several or a directory into a directory, each under its own "
       "name. Every event above Ok of each read is printed. A read with an error is not written "
-      "unless --force; some old forms always report one (a calibration without version reports "
-      "\"!filter_zones.empty ()\"), so these need --force.");
+      "unless --force; some old forms always report errors (a calibration without version reports "
+      "\"!filter_zones.empty ()\" and that its sensor element is not of type SensorInfo), so "
+      "these need --force.");
   convert_command->add_option("OLD", convert.inputs, "calibration files or directories")
       ->required();
   convert_command->add_option("-o,--output", convert.output, "the file or directory written")
