@@ -59,8 +59,8 @@ demo:
 	@echo "== configuring $(BUILD_DIR)"
 	@$(CONFIGURE)
 	@mkdir -p $(DEMO_DIR)
-	@echo "== building kelto-hsi and kelto-sim (compiler output in $(DEMO_DIR)/build.log)"
-	@cmake --build $(BUILD_DIR) --parallel $(JOBS) --target kelto-hsi kelto-sim \
+	@echo "== building kelto-hsi, kelto-sim and the Python package (compiler output in $(DEMO_DIR)/build.log)"
+	@cmake --build $(BUILD_DIR) --parallel $(JOBS) --target kelto-hsi kelto-sim kelto_python \
 	  >$(DEMO_DIR)/build.log 2>&1 || { tail -n 40 $(DEMO_DIR)/build.log; exit 1; }
 	@echo
 	@echo "== kelto-hsi matrix: a reflectance matrix from the measured band responses of the sample"
