@@ -1,6 +1,7 @@
 #include "cube_commands.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cpl_conv.h>
@@ -339,6 +340,12 @@ void Finish(Dataset& output, StagedOutput& staged, const std::string& path) {
   }
 }
 
+// The most memory the process has held so far, in KiB.
+long PeakMemoryKib() {
+  rusage usage{};
+  return ::getrusage(RUSAGE_SELF, &usage) == 0 ? usage.ru_maxrss : -1;
+}
+
 // GDAL set up for the commands: quiet, a bounded cache, and no .aux.xml beside the outputs.
 void PrepareGdal() {
   GDALAllRegister();
@@ -518,7 +525,8 @@ int RunCorrect(const CorrectRequest& request) {
                                       {"reflectance", reflectance},
                                       {"threads", threads},
                                       {"block_lines", block_lines},
-                                      {"seconds", seconds}}
+                                      {"seconds", seconds},
+                                      {"peak_memory_kib", PeakMemoryKib()}}
                            .dump(2)
                     << '\n';
         }

@@ -130,3 +130,25 @@ file(READ ${WORK_DIR}/mapped_out.hdr header)
 if(NOT header MATCHES "map info = {UTM, 1, 1, 500000, 4000000, 30, 30, 32, North")
   message(FATAL_ERROR "the corrected cube lost the input's georeferencing:\n${header}")
 endif()
+
+# A cube of 64 MiB in blocks of 16 lines: the memory of the run is that of a run on the small
+# scene plus the blocks in flight, not the cube.
+run(${KELTO_HSI} 0 small ARGS correct ${calibration} ${scene} --matrix irradiance
+    -o ${WORK_DIR}/small.img --threads 2 --json)
+string(REPEAT "ABCDEFGHIJKLMNOP" 4194304 samples)
+file(WRITE ${WORK_DIR}/large.raw "${samples}")
+unset(samples)
+file(WRITE ${WORK_DIR}/large.hdr "ENVI\nsamples = 2048\nlines = 2048\nbands = 16\n"
+     "header offset = 0\nfile type = ENVI Standard\ndata type = 1\ninterleave = bip\n"
+     "byte order = 0\n")
+run(${KELTO_HSI} 0 large ARGS correct ${calibration} ${WORK_DIR}/large.hdr --matrix irradiance
+    -o ${WORK_DIR}/large.img --threads 2 --block-lines 16 --json)
+string(JSON small_kib GET "${small}" peak_memory_kib)
+string(JSON large_kib GET "${large}" peak_memory_kib)
+# 64 MiB and two blocks of 16 x 2048 pixels of 16 bytes in and 64 bytes out.
+math(EXPR bound "${small_kib} + 65536 + 2 * 16 * 2048 * 80 / 1024")
+message(STATUS "peak memory: ${small_kib} KiB on the scene, ${large_kib} KiB on 64 MiB (bound ${bound})")
+if(large_kib GREATER bound)
+  message(FATAL_ERROR "correcting 64 MiB took ${large_kib} KiB, more than ${bound}")
+endif()
+file(REMOVE ${WORK_DIR}/large.raw ${WORK_DIR}/large.img)
