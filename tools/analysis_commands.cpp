@@ -109,13 +109,6 @@ struct Setup {
   std::unique_ptr<PM_SensorResponseAnalysis> analysis;
 };
 
-void ShowProgress(unsigned long done, unsigned long total) {
-  std::cerr << "\r  band " << done << " of " << total << std::flush;
-  if (done == total) {
-    std::cerr << "\r\033[K" << std::flush;
-  }
-}
-
 Setup Prepare(const AnalysisRequest& request) {
   Setup setup;
   ReadRecord(setup.calibration, request.calibration, "sensor_calibration", "calibration");
@@ -139,7 +132,8 @@ Setup Prepare(const AnalysisRequest& request) {
         kErrors, "the parameters " + setup.parameters_source + " can't be used: " + error.what()};
   }
   if (::isatty(STDERR_FILENO) != 0) {
-    setup.analysis->SetProgressCallback(ShowProgress);
+    setup.analysis->SetProgressCallback(
+        [](unsigned long done, unsigned long total) { ShowProgress("band", done, total); });
   }
   return setup;
 }

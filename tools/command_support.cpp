@@ -37,4 +37,11 @@ void ReadRecord(common::XMLSerializableInterface& record, const std::string& pat
   }
 }
 
+void ShowProgress(const char* what, unsigned long done, unsigned long total) {
+  std::cerr << "\r  " << what << ' ' << done << " of " << total << std::flush;
+  if (done == total) {
+    std::cerr << "\r\033[K" << std::flush;
+  }
+}
+
 }  // namespace kelto::tools

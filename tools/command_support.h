@@ -29,6 +29,9 @@ std::string ProblemEvents(const common::XMLSerializableInterface::ParsingResult&
 void ReadRecord(common::XMLSerializableInterface& record, const std::string& path,
                 const std::string& root, const std::string& what);
 
+// The progress line of a long command on a terminal: "<what> done of total", wiped at the end.
+void ShowProgress(const char* what, unsigned long done, unsigned long total);
+
 // Runs a command's body: a CommandError or CubeError becomes its message and code, and a
 // std::invalid_argument from the library (data it can't work with) becomes `context`, the text
 // and kErrors.

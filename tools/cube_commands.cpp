@@ -354,13 +354,6 @@ void PrepareGdal() {
   CPLSetConfigOption("GDAL_PAM_ENABLED", "NO");
 }
 
-void ShowProgress(unsigned long done, unsigned long total) {
-  std::cerr << "\r  line " << done << " of " << total << std::flush;
-  if (done == total) {
-    std::cerr << "\r\033[K" << std::flush;
-  }
-}
-
 }  // namespace
 
 int RunCorrect(const CorrectRequest& request) {
@@ -477,7 +470,7 @@ int RunCorrect(const CorrectRequest& request) {
               const unsigned long done = lines_done += count;
               if (show) {
                 const std::lock_guard<std::mutex> lock(gdal);
-                ShowProgress(done, format.height);
+                ShowProgress("line", done, format.height);
               }
             }
           } catch (...) {

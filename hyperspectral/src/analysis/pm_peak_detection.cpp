@@ -14,6 +14,8 @@
 #include <kelto/common/logger.h>
 #include <kelto/hyperspectral/correction/spline_interpolation.h>
 
+#include "../foundation/fail.h"
+
 namespace kelto::hyperspectral {
 
 namespace {
@@ -26,12 +28,6 @@ using Lock = boost::unique_lock<boost::mutex>;
 
 // The fit compares the model with the window's values times this, for resolution.
 constexpr double kWindowScale = 100.0;
-
-template <typename Exception>
-[[noreturn]] void Fail(const char* text) {
-  Logger::StaticError(text);
-  throw Exception(text);
-}
 
 // [first, last) of the samples within [low, high]: the first wavelength not below low, and behind
 // the last one not above high, searched from the end. Empty when nothing lies inside.

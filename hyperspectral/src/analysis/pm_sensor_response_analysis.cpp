@@ -16,6 +16,8 @@
 #include <kelto/common/utilities.h>
 #include <kelto/hyperspectral/correction/spline_interpolation.h>
 
+#include "../foundation/fail.h"
+
 namespace kelto::hyperspectral {
 
 namespace {
@@ -388,8 +390,7 @@ void PM_SensorResponseAnalysis::_ComputePeaks(FilterInfo& filter,
                                               const std::deque<OpticalComponent>& components) {
   const auto start = std::chrono::steady_clock::now();
   if (filter.GetTotalNrBands() != responses_.row_count) {
-    Logger::StaticError("the filter's band count differs from that given at Initialize");
-    throw std::invalid_argument("the filter has " + std::to_string(filter.GetTotalNrBands()) +
+    Fail<std::invalid_argument>("the filter has " + std::to_string(filter.GetTotalNrBands()) +
                                 " bands, the responses given at Initialize " +
                                 std::to_string(responses_.row_count));
   }
@@ -718,8 +719,7 @@ void PM_SensorResponseAnalysis::_ComputeCorrectionMatrix(
     const std::vector<bool>& mask) {
   const unsigned long bands = responses_.row_count;
   if (mask.size() != bands) {
-    Logger::StaticError("mask length differs from the number of bands");
-    throw std::invalid_argument("mask length differs from the number of bands");
+    Fail<std::invalid_argument>("mask length differs from the number of bands");
   }
   const common::time::TimePoint start = common::time::CurrentUniversalTime();
   matrix.virtual_bands.clear();
@@ -874,8 +874,7 @@ void PM_SensorResponseAnalysis::_Invert(CorrectionMatrix& matrix,
   }
   if (minimum_band_distance_ != 0.0) {
     if (!(minimum_band_distance_ > 0.0)) {  // NaN too
-      Logger::StaticError("minimum band distance must not be negative");
-      throw std::invalid_argument("minimum band distance must not be negative");
+      Fail<std::invalid_argument>("minimum band distance must not be negative");
     }
     std::list<PeakInfo> merged_peaks;
     Matrix<double> merged;

@@ -16,6 +16,8 @@
 #include <kelto/common/three_parameters_function.h>
 #include <kelto/hyperspectral/correction/spline_interpolation.h>
 
+#include "../foundation/fail.h"
+
 namespace kelto::hyperspectral {
 
 namespace {
@@ -31,12 +33,6 @@ using Lock = boost::unique_lock<boost::mutex>;
 using RowMajor = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
 
 constexpr unsigned long kCsvPrecision = 6;
-
-template <typename Exception>
-[[noreturn]] void Fail(const std::string& text) {
-  Logger::StaticError(text.c_str());
-  throw Exception(text);
-}
 
 std::unique_ptr<common::ThreeParametersFunction> MakeDistribution(
     Distributions::eDistribution shape) {
