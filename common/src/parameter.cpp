@@ -206,9 +206,7 @@ void EnumParameter::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
       result << Event(ParsingResult::Error, Event::MissingAttribute, "value");
       continue;
     }
-    if (!_GetAttribute(text, item, "text", "")) {
-      result << Event(ParsingResult::Warning, Event::MissingAttribute, "text");
-    }
+    _ReadAttribute(result, text, item, "text", "", ParsingResult::Warning, Event::MissingAttribute);
     criteria_[value] = text;
   }
 }

@@ -152,9 +152,7 @@ void ParameterContainer::_ReadXML_v0(ParsingResult& result, _xmlNode* const& nod
   const std::pair<const char*, std::string*> texts[] = {
       {"name", &name_}, {"title", &title_}, {"description", &description_}};
   for (const auto& [name, field] : texts) {
-    if (!_GetValue(*field, node, name, "")) {
-      result << Event(ParsingResult::Warning, Event::MissingValue, name);
-    }
+    _ReadValue(result, *field, node, name, "", ParsingResult::Warning, Event::MissingValue);
   }
 
   _xmlNode* list = nullptr;
@@ -188,9 +186,7 @@ void ParameterContainer::_ReadXML_v0(ParsingResult& result, _xmlNode* const& nod
   }
   for (_xmlNode* item : items) {
     std::string link;
-    if (!_GetAttribute(link, item, "link", "")) {
-      result << Event(ParsingResult::Error, Event::MissingAttribute, "link");
-    }
+    _ReadAttribute(result, link, item, "link", "");
     ParameterContainer child;
     child.ReadXML(result, item);
     child_names_.push_back(link);

@@ -15,9 +15,7 @@ void RegionOfInterest::ReadXML(ParsingResult& result, _xmlNode* const& node) {
   const std::pair<const char*, double*> items[] = {
       {"offset_x", &offset_x}, {"offset_y", &offset_y}, {"width", &width}, {"height", &height}};
   for (const auto& [name, field] : items) {
-    if (!_GetValue(*field, node, name, 0.0)) {
-      result << Event(ParsingResult::Error, Event::MissingElement, name);
-    }
+    _ReadValue(result, *field, node, name, 0.0);
   }
 }
 

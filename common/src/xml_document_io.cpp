@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <fstream>
 #include <limits>
 #include <memory>
@@ -38,7 +39,102 @@ struct Diagnostics {
   // a file cut short by an interrupted copy or write does.
   bool ends_early = false;
   bool doctype_refused = false;
+  // The tree's memory as it grows, in bytes, and what the document may take (see ParseUntrusted).
+  std::size_t tree_bytes = 0;
+  std::size_t tree_budget = 0;
+  bool over_budget = false;
+  // The tree builder's own handlers, which the counting handlers below call.
+  xmlSAXHandler builder{};
 };
+
+Diagnostics& Of(void* user_data) {
+  return *static_cast<Diagnostics*>(static_cast<xmlParserCtxt*>(user_data)->_private);
+}
+
+// ---------------------------------------------------------------------------------------------
+// The memory of the tree. libxml2 gives every element, attribute, text and comment a node of
+// its own, so a document of many small items (a million "<x/>") takes about 35 times its size.
+// The handlers below add what each item will cost before the tree builder makes it, and stop
+// the parser once a document takes more than its share, so a read never holds more than a
+// bounded multiple of the file in memory, however the file is built.
+
+// malloc's bookkeeping of one block.
+constexpr std::size_t kBlock = 16;
+constexpr std::size_t kNode = sizeof(xmlNode) + kBlock;
+constexpr std::size_t kAttribute = sizeof(xmlAttr) + kBlock + kNode;
+
+std::size_t Length(const xmlChar* text) {
+  return text == nullptr ? 0 : std::strlen(reinterpret_cast<const char*>(text));
+}
+
+// Adds the cost of the next item; false (and the parser stopped) once the budget is spent.
+bool Spend(void* user_data, std::size_t bytes) {
+  Diagnostics& diagnostics = Of(user_data);
+  diagnostics.tree_bytes += bytes;
+  if (diagnostics.tree_bytes > diagnostics.tree_budget && !diagnostics.over_budget) {
+    diagnostics.over_budget = true;
+    xmlStopParser(static_cast<xmlParserCtxt*>(user_data));
+  }
+  return !diagnostics.over_budget;
+}
+
+// A text node is made for the first characters after another item only; the next chunks grow
+// it, by doubling its buffer.
+std::size_t TextCost(void* user_data, int length) {
+  const xmlNode* parent = static_cast<xmlParserCtxt*>(user_data)->node;
+  const bool joins =
+      parent != nullptr && parent->last != nullptr && parent->last->type == XML_TEXT_NODE;
+  return (joins ? 0 : kNode + kBlock) + 2 * static_cast<std::size_t>(std::max(length, 0));
+}
+
+void OnStartElement(void* user_data, const xmlChar* name, const xmlChar* prefix, const xmlChar* uri,
+                    int namespaces_count, const xmlChar** namespaces, int attributes_count,
+                    int defaulted_count, const xmlChar** attributes) {
+  std::size_t bytes = kNode + Length(name) + kBlock;
+  for (int i = 0; i < namespaces_count; ++i) {
+    bytes += sizeof(xmlNs) + kBlock + Length(namespaces[2 * i]) + Length(namespaces[2 * i + 1]);
+  }
+  // Each attribute comes as five pointers: name, prefix, URI, and its value from begin to end.
+  for (int i = 0; i < attributes_count; ++i) {
+    const xmlChar* const* attribute = attributes + 5 * i;
+    bytes += kAttribute + Length(attribute[0]) + kBlock +
+             static_cast<std::size_t>(attribute[4] - attribute[3]) + 1;
+  }
+  if (Spend(user_data, bytes)) {
+    Of(user_data).builder.startElementNs(user_data, name, prefix, uri, namespaces_count, namespaces,
+                                         attributes_count, defaulted_count, attributes);
+  }
+}
+
+void OnCharacters(void* user_data, const xmlChar* text, int length) {
+  if (Spend(user_data, TextCost(user_data, length))) {
+    Of(user_data).builder.characters(user_data, text, length);
+  }
+}
+
+void OnWhitespace(void* user_data, const xmlChar* text, int length) {
+  if (Spend(user_data, TextCost(user_data, length))) {
+    Of(user_data).builder.ignorableWhitespace(user_data, text, length);
+  }
+}
+
+void OnCData(void* user_data, const xmlChar* text, int length) {
+  if (Spend(user_data, TextCost(user_data, length))) {
+    Of(user_data).builder.cdataBlock(user_data, text, length);
+  }
+}
+
+void OnComment(void* user_data, const xmlChar* text) {
+  if (Spend(user_data, kNode + kBlock + Length(text))) {
+    Of(user_data).builder.comment(user_data, text);
+  }
+}
+
+void OnProcessingInstruction(void* user_data, const xmlChar* target, const xmlChar* data) {
+  if (Spend(user_data, kNode + 2 * kBlock + Length(target) + Length(data))) {
+    Of(user_data).builder.processingInstruction(user_data, target, data);
+  }
+}
 
 std::string Clean(const char* message) {
   std::string text = message == nullptr ? "" : message;
@@ -92,6 +188,43 @@ std::string Lower(std::string text) {
   return text;
 }
 
+// libxml2 compares each attribute of an element with every one before it, twice, so a start tag
+// of a hundred thousand attributes takes minutes. No record has more than a few.
+constexpr std::size_t kMaxAttributes = 256;
+
+// Whether every start tag has at most kMaxAttributes attributes, counted as the '=' outside quoted
+// values; comments, CDATA sections and processing instructions are skipped. Whatever is not
+// well-formed is left to the parser to refuse.
+bool AttributesBounded(std::string const& bytes) {
+  constexpr std::size_t kEnd = std::string::npos;
+  std::size_t at = 0;
+  while (at < bytes.size() && (at = bytes.find('<', at)) != kEnd) {
+    ++at;
+    if (bytes.compare(at, 3, "!--") == 0) {
+      at = bytes.find("-->", at);
+    } else if (bytes.compare(at, 8, "![CDATA[") == 0) {
+      at = bytes.find("]]>", at);
+    } else if (bytes.compare(at, 1, "?") == 0) {
+      at = bytes.find("?>", at);
+    } else {
+      std::size_t count = 0;
+      while (at < bytes.size() && bytes[at] != '>' && bytes[at] != '<') {
+        const char c = bytes[at];
+        if (c == '"' || c == '\'') {
+          at = bytes.find(c, at + 1);
+          if (at == kEnd) {
+            return true;
+          }
+        } else if (c == '=' && ++count > kMaxAttributes) {
+          return false;
+        }
+        ++at;
+      }
+    }
+  }
+  return true;
+}
+
 // Checks the bytes before libxml2 sees them. Encodings other than UTF-8 and ISO-8859-1 are
 // refused because libxml2 reports conversion failures of the others through its process-wide
 // handler only, which would print to the terminal.
@@ -113,6 +246,10 @@ bool CheckBytes(std::string const& bytes, std::string& problem) {
   }
   if (bytes[start] != '<') {
     problem = "the document does not start with '<': it is not XML";
+    return false;
+  }
+  if (!AttributesBounded(bytes)) {
+    problem = "an element has more than " + std::to_string(kMaxAttributes) + " attributes";
     return false;
   }
   if (bytes.compare(start, 5, "<?xml") == 0) {
@@ -138,6 +275,12 @@ bool CheckBytes(std::string const& bytes, std::string& problem) {
   return true;
 }
 
+// A read may take 16 times the document's size and 1 MiB in all: the bytes themselves, libxml2's
+// copy of them and the tree, while the records are read from it.
+constexpr std::size_t kReadBytesPerByte = 16;
+constexpr std::size_t kTreeBytesPerByte = kReadBytesPerByte - 2;
+constexpr std::size_t kTreeBytesBase = std::size_t{1} << 20;
+
 DocumentPtr ParseUntrusted(std::string const& bytes, std::string& problem) {
   static std::once_flag initialized;
   std::call_once(initialized, [] { xmlInitParser(); });
@@ -162,6 +305,14 @@ DocumentPtr ParseUntrusted(std::string const& bytes, std::string& problem) {
   context->sax->warning = &OnPlainWarning;
   context->sax->fatalError = &OnPlainError;
   context->sax->internalSubset = &OnDoctype;
+  diagnostics.builder = *context->sax;
+  diagnostics.tree_budget = kTreeBytesPerByte * bytes.size() + kTreeBytesBase;
+  context->sax->startElementNs = &OnStartElement;
+  context->sax->characters = &OnCharacters;
+  context->sax->ignorableWhitespace = &OnWhitespace;
+  context->sax->cdataBlock = &OnCData;
+  context->sax->comment = &OnComment;
+  context->sax->processingInstruction = &OnProcessingInstruction;
   xmlCtxtUseOptions(context.get(), XML_PARSE_NONET);
 
   xmlParseDocument(context.get());
@@ -172,6 +323,12 @@ DocumentPtr ParseUntrusted(std::string const& bytes, std::string& problem) {
     problem = "the document has a DOCTYPE, which is refused as unsafe";
     return nullptr;
   }
+  if (diagnostics.over_budget) {
+    problem = "reading the document would take more than " + std::to_string(kReadBytesPerByte) +
+              " times its size and 1 MiB of memory: it holds too many small items "
+              "(elements, attributes or comments)";
+    return nullptr;
+  }
   if (!context->wellFormed || !document) {
     problem = "the document is not well-formed XML: " +
               (diagnostics.first_error.empty() ? std::string("no usable content")
@@ -180,8 +337,8 @@ DocumentPtr ParseUntrusted(std::string const& bytes, std::string& problem) {
                    : diagnostics.first_error);
     return nullptr;
   }
-  // Some stops of libxml2 (a text node beyond its size limit, memory) leave the document marked
-  // well-formed but cut short; only the error report tells.
+  // Some stops of libxml2 (a text node beyond its size limit, memory) leave the document
+  // marked well-formed but cut short; only the error report tells.
   if (!diagnostics.first_error.empty()) {
     problem = "the XML parser reported an error: " + diagnostics.first_error;
     return nullptr;

@@ -311,6 +311,15 @@ bool XMLSerializableInterface::_Check(ParsingResult& result, bool condition, con
   return condition;
 }
 
+bool XMLSerializableInterface::_Report(ParsingResult& result, bool found,
+                                       ParsingResult::eParserState state,
+                                       Event::eEventSource source, std::string const& name) {
+  if (!found) {
+    result << Event(state, source, name);
+  }
+  return found;
+}
+
 bool XMLSerializableInterface::_ReadCSV(std::deque<double>& values, std::string const& text) {
   std::vector<double> parsed;
   const bool ok = Strings::ParseDoubles(text, ", \t\r\n", parsed);

@@ -734,6 +734,11 @@ TEST_F(XmlBadInput, EveryKindIsRefusedTheSameWay) {
   const std::string marker = "KELTO-SECRET-MARKER-5d1e";
   const std::string secret = WriteBytes("secret.txt", marker).string();
   const std::string dtd = WriteBytes("secret.dtd", "<!ENTITY leak \"" + marker + "\">").string();
+  std::string many_attributes = "<gauge version=\"2\"";
+  for (int i = 0; i < 100000; ++i) {
+    many_attributes += " a" + std::to_string(i) + "=\"\"";
+  }
+  many_attributes += "/>";
   const std::filesystem::path fifo = dir_.path() / "pipe.xml";
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   std::filesystem::create_symlink("/dev/zero", dir_.path() / "zero.xml");
@@ -768,6 +773,14 @@ TEST_F(XmlBadInput, EveryKindIsRefusedTheSameWay) {
       {"<gauge version=\"2\" serial=\"\xE2\x82\"/>", "not well-formed"},
       {Named("\xED\xA0\x80"), "not well-formed"},         // a UTF-16 surrogate
       {"<g\xC0\xAE version=\"2\"/>", "not well-formed"},  // overlong in a name
+      // About a megabyte each, of items that take 30 to 40 times their size as a tree.
+      {"<gauge version=\"2\">" + Repeat("<x/>", 250000) + "</gauge>", "too many small items"},
+      {"<gauge version=\"2\">" + Repeat("<x/>\n", 200000) + "</gauge>", "too many small items"},
+      {"<gauge version=\"2\">" + Repeat("<!---->", 150000) + "</gauge>", "too many small items"},
+      {"<gauge version=\"2\"><name>" + Repeat("<?p?>", 200000) + "</name></gauge>",
+       "too many small items"},
+      // libxml2 compares every attribute of a tag with the ones before it: minutes for this.
+      {many_attributes, "more than 256 attributes"},
   };
   std::vector<std::tuple<std::string, Read, std::string>> cases = {
       {"stream",

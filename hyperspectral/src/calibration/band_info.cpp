@@ -34,25 +34,14 @@ void PeakInfo::WriteXML(_xmlNode*& node) const {
   _WriteXML_v2(node);
 }
 
-void PeakInfo::_ReadOrder(ParsingResult& result, _xmlNode* const& node) {
-  if (!_GetAttribute(order, node, "order", 0ul)) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, "order");
-  }
-}
-
-void PeakInfo::_ReadValue(ParsingResult& result, _xmlNode* const& node, double& field,
-                          const char* name) {
-  if (!_GetValue(field, node, name, 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingValue, name);
-  }
-}
-
 // The height was a 10-bit digital number; shape and share were not stored yet.
 void PeakInfo::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
-  _ReadOrder(result, node);
-  _ReadValue(result, node, wavelength_nm, "wavelength_nm");
-  _ReadValue(result, node, fwhm_nm, "fwhm_nm");
-  _ReadValue(result, node, quantum_efficiency, "QE");
+  _ReadAttribute(result, order, node, "order", 0ul);
+  _ReadValue(result, wavelength_nm, node, "wavelength_nm", 0.0, ParsingResult::Error,
+             Event::MissingValue);
+  _ReadValue(result, fwhm_nm, node, "fwhm_nm", 0.0, ParsingResult::Error, Event::MissingValue);
+  _ReadValue(result, quantum_efficiency, node, "QE", 0.0, ParsingResult::Error,
+             Event::MissingValue);
   quantum_efficiency *= legacy::kTenBitScale;
   shape = Distributions::DB_LORENTZIAN;
   contribution = 1.0;
@@ -60,22 +49,23 @@ void PeakInfo::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
 }
 
 void PeakInfo::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
-  _ReadOrder(result, node);
+  _ReadAttribute(result, order, node, "order", 0ul);
   std::string shape_text;
-  if (!_GetAttribute(shape_text, node, "shape", std::string())) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, "shape");
-  }
+  _ReadAttribute(result, shape_text, node, "shape", std::string());
   shape = Distributions::FromString(shape_text);
-  _ReadValue(result, node, wavelength_nm, "wavelength_nm");
-  _ReadValue(result, node, fwhm_nm, "fwhm_nm");
-  _ReadValue(result, node, quantum_efficiency, "QE");
-  _ReadValue(result, node, contribution, "contribution");
+  _ReadValue(result, wavelength_nm, node, "wavelength_nm", 0.0, ParsingResult::Error,
+             Event::MissingValue);
+  _ReadValue(result, fwhm_nm, node, "fwhm_nm", 0.0, ParsingResult::Error, Event::MissingValue);
+  _ReadValue(result, quantum_efficiency, node, "QE", 0.0, ParsingResult::Error,
+             Event::MissingValue);
+  _ReadValue(result, contribution, node, "contribution", 0.0, ParsingResult::Error,
+             Event::MissingValue);
   fit_error = 0.0;
 }
 
 void PeakInfo::_ReadXML_v2(ParsingResult& result, _xmlNode* const& node) {
   _ReadXML_v1(result, node);
-  _ReadValue(result, node, fit_error, "fit_error");
+  _ReadValue(result, fit_error, node, "fit_error", 0.0, ParsingResult::Error, Event::MissingValue);
 }
 
 void PeakInfo::_WriteXML_v2(_xmlNode*& node) const {
@@ -123,9 +113,7 @@ void BandInfo::WriteXML(_xmlNode*& node) const {
 }
 
 void BandInfo::_ReadLegacyIndex(ParsingResult& result, _xmlNode* const& node) {
-  if (!_GetAttribute(pattern_position_index, node, "pattern_position_index", 0ul)) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, "pattern_position_index");
-  }
+  _ReadAttribute(result, pattern_position_index, node, "pattern_position_index", 0ul);
 }
 
 // Until version 3 the response was a vector of 10-bit digital numbers.
@@ -148,13 +136,11 @@ void BandInfo::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
   peaks.clear();
   _ReadLegacyIndex(result, node);
   PeakInfo peak;
-  if (!_GetValue(peak.wavelength_nm, node, "wavelength_nm", 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingValue, "wavelength_nm");
-  }
+  _ReadValue(result, peak.wavelength_nm, node, "wavelength_nm", 0.0, ParsingResult::Error,
+             Event::MissingValue);
   _ReadLegacyResponse(result, node);
-  if (!_GetValue(peak.fwhm_nm, node, "fwhm_nm", 0.0)) {
-    result << Event(ParsingResult::Warning, Event::MissingElement, "fwhm_nm");
-  }
+  _ReadValue(result, peak.fwhm_nm, node, "fwhm_nm", 0.0, ParsingResult::Warning,
+             Event::MissingElement);
   peaks.push_back(peak);
   _GetAttribute(selected, node, "selected", false);
 }
@@ -166,21 +152,17 @@ void BandInfo::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
   _ReadLegacyIndex(result, node);
   PeakInfo first;
   first.order = 1;
-  if (!_GetValue(first.wavelength_nm, node, "wavelength_nm", 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingValue, "wavelength_nm");
-  }
-  if (!_GetValue(first.fwhm_nm, node, "fwhm_nm", 0.0)) {
-    result << Event(ParsingResult::Warning, Event::MissingElement, "fwhm_nm");
-  }
+  _ReadValue(result, first.wavelength_nm, node, "wavelength_nm", 0.0, ParsingResult::Error,
+             Event::MissingValue);
+  _ReadValue(result, first.fwhm_nm, node, "fwhm_nm", 0.0, ParsingResult::Warning,
+             Event::MissingElement);
   peaks.push_back(first);
   PeakInfo second;
   second.order = 2;
-  if (!_GetValue(second.wavelength_nm, node, "wavelength_2nd_nm", 0.0)) {
-    result << Event(ParsingResult::Warning, Event::MissingElement, "wavelength_2nd_nm");
-  }
-  if (!_GetValue(second.fwhm_nm, node, "fwhm_2nd_nm", 0.0)) {
-    result << Event(ParsingResult::Warning, Event::MissingElement, "fwhm_2nd_nm");
-  }
+  _ReadValue(result, second.wavelength_nm, node, "wavelength_2nd_nm", 0.0, ParsingResult::Warning,
+             Event::MissingElement);
+  _ReadValue(result, second.fwhm_nm, node, "fwhm_2nd_nm", 0.0, ParsingResult::Warning,
+             Event::MissingElement);
   peaks.push_back(second);
   _ReadLegacyResponse(result, node);
   _GetAttribute(selected, node, "selected", false);
@@ -225,13 +207,9 @@ void BandInfo::_ReadPeaks(ParsingResult& result, _xmlNode* const& node) {
 
 void BandInfo::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) {
   peaks.clear();
-  if (!_GetAttribute(pattern_position_index, node, "index", 0ul)) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, "index");
-  }
+  _ReadAttribute(result, pattern_position_index, node, "index", 0ul);
   _ReadPeaks(result, node);
-  if (!_GetValue(response, node, "response", 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "response");
-  }
+  _ReadValue(result, response, node, "response", 0.0);
   _GetAttribute(selected, node, "selected", false);
 }
 

@@ -31,15 +31,9 @@ void CalibrationInfo::_ReadRange(ParsingResult& result, _xmlNode* const& node,
   double start = 0.0;
   double end = 0.0;
   double step = 0.0;
-  if (!_GetValue(start, node, start_name, 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingElement, start_name);
-  }
-  if (!_GetValue(end, node, end_name, 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingElement, end_name);
-  }
-  if (!_GetValue(step, node, step_name, 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingElement, step_name);
-  }
+  _ReadValue(result, start, node, start_name, 0.0);
+  _ReadValue(result, end, node, end_name, 0.0);
+  _ReadValue(result, step, node, step_name, 0.0);
   if (!(step > 0.0)) {
     result << Event(ParsingResult::Warning, Event::MissingValue, step_name);
     step = 1.0;
@@ -53,14 +47,10 @@ void CalibrationInfo::_ReadRange(ParsingResult& result, _xmlNode* const& node,
 
 void CalibrationInfo::_ReadDroppedSettings(ParsingResult& result, _xmlNode* const& node) {
   int bit_depth = 0;
-  if (!_GetValue(bit_depth, node, "bit_depth", 0)) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "bit_depth");
-  }
+  _ReadValue(result, bit_depth, node, "bit_depth", 0);
   for (const char* name : {"analog_gain", "digital_gain", "measured_overall_gain"}) {
     double value = 0.0;
-    if (!_GetValue(value, node, name, 0.0)) {
-      result << Event(ParsingResult::Error, Event::MissingElement, name);
-    }
+    _ReadValue(result, value, node, name, 0.0);
   }
 }
 
@@ -85,9 +75,7 @@ void CalibrationInfo::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) 
 }
 
 void CalibrationInfo::_ReadXML_v4(ParsingResult& result, _xmlNode* const& node) {
-  if (!_GetValue(sample_points_nm, node, "sample_points_nm", 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "sample_points_nm");
-  }
+  _ReadValue(result, sample_points_nm, node, "sample_points_nm", 0.0);
 }
 
 void CalibrationInfo::_ReadXML_v5(ParsingResult& result, _xmlNode* const& node) {

@@ -71,9 +71,7 @@ void VirtualBand::WriteXML(_xmlNode*& node) const {
 // The coefficients were a vector element of their own and the width was not stored: the matrix
 // of that form gives all its bands one width.
 void VirtualBand::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
-  if (!_GetValue(wavelength_nm, node, "wavelength_nm", 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "wavelength_nm");
-  }
+  _ReadValue(result, wavelength_nm, node, "wavelength_nm", 0.0);
   fwhm_nm = 0.0;
   _xmlNode* element = nullptr;
   if (!_GetElement(element, node, "custom_spectral_correction", 0)) {
@@ -87,15 +85,9 @@ void VirtualBand::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
 }
 
 void VirtualBand::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
-  if (!_GetValue(wavelength_nm, node, "wavelength_nm", 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "wavelength_nm");
-  }
-  if (!_GetValue(fwhm_nm, node, "fwhm_nm", 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "fwhm_nm");
-  }
-  if (!_GetValue(coefficients, node, "coefficients", 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "coefficients");
-  }
+  _ReadValue(result, wavelength_nm, node, "wavelength_nm", 0.0);
+  _ReadValue(result, fwhm_nm, node, "fwhm_nm", 0.0);
+  _ReadValue(result, coefficients, node, "coefficients", 0.0);
 }
 
 // Versions 2 and 3 changed nothing in the band's own form.
@@ -149,9 +141,7 @@ void CorrectionMatrix::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node)
   name = "hyperspectral";
   algorithm = CorrectionAlgorithms::CA_TACKTILE_0;
   double fwhm_nm = 0.0;
-  if (!_GetValue(fwhm_nm, node, "fwhm_virtual_filters_nm", 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "fwhm_virtual_filters_nm");
-  }
+  _ReadValue(result, fwhm_nm, node, "fwhm_virtual_filters_nm", 0.0);
   _xmlNode* list = nullptr;
   if (!_GetElement(list, node, "virtual_bands", 0)) {
     result << Event(ParsingResult::Error, Event::MissingElement, "virtual_bands");
@@ -173,9 +163,8 @@ void CorrectionMatrix::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node)
 // Named matrices with a time stamp as a value of its own.
 void CorrectionMatrix::_ReadXML_v2(ParsingResult& result, _xmlNode* const& node) {
   std::string timestamp;
-  if (!_GetValue(timestamp, node, "timestamp", std::string("not-a-date-time"))) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, "timestamp");
-  }
+  _ReadValue(result, timestamp, node, "timestamp", std::string("not-a-date-time"),
+             ParsingResult::Error, Event::MissingAttribute);
   if (!ParseTime(timestamp, created)) {
     result << Event(ParsingResult::Error, Event::MissingValue, "timestamp");
     created = common::time::TimePoint();
@@ -218,14 +207,10 @@ void CorrectionMatrix::_ReadXML_v6(ParsingResult& result, _xmlNode* const& node)
 
 void CorrectionMatrix::_ReadIdentityAndBands(ParsingResult& result, _xmlNode* const& node) {
   virtual_bands.clear();
-  if (!_GetValue(name, node, "name", std::string())) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "name");
-  }
+  _ReadValue(result, name, node, "name", std::string());
 
   std::string algorithm_text;
-  if (!_GetValue(algorithm_text, node, "algorithm", std::string())) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "algorithm");
-  }
+  _ReadValue(result, algorithm_text, node, "algorithm", std::string());
   algorithm = CorrectionAlgorithms::FromString(algorithm_text);
   algorithm_version = {0, 0};
 
@@ -267,9 +252,7 @@ void CorrectionMatrix::_ReadOpticalComponents(ParsingResult& result, _xmlNode* c
 
 void CorrectionMatrix::_ReadAlgorithmVersion(ParsingResult& result, _xmlNode* const& node) {
   std::string version_text;
-  if (!_GetValue(version_text, node, "algorithm_version", std::string())) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "algorithm_version");
-  }
+  _ReadValue(result, version_text, node, "algorithm_version", std::string());
   if (!ParseAlgorithmVersion(version_text, algorithm_version)) {
     result << Event(ParsingResult::Warning, Event::SanityCheck, "algorithm_version");
     algorithm_version = {0, 0};
@@ -277,9 +260,7 @@ void CorrectionMatrix::_ReadAlgorithmVersion(ParsingResult& result, _xmlNode* co
 }
 
 void CorrectionMatrix::_ReadMinimumBandEnergy(ParsingResult& result, _xmlNode* const& node) {
-  if (!_GetValue(minimum_band_energy, node, "minimum_band_energy", 0.0)) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "minimum_band_energy");
-  }
+  _ReadValue(result, minimum_band_energy, node, "minimum_band_energy", 0.0);
 }
 
 void CorrectionMatrix::_WriteXML_v6(_xmlNode*& node) const {

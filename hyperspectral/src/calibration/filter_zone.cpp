@@ -153,12 +153,10 @@ void FilterZone::WriteXML(_xmlNode*& node) const {
 void FilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
   index = 0;
   _ReadLegacyArea(result, node);
-  if (!_GetValue(spectral_range_start_nm, node, "start_spectral_range", kDefaultSpectralStart)) {
-    result << Event(ParsingResult::Warning, Event::MissingValue, "start_spectral_range");
-  }
-  if (!_GetValue(spectral_range_end_nm, node, "end_spectral_range", kDefaultSpectralEnd)) {
-    result << Event(ParsingResult::Warning, Event::MissingValue, "end_spectral_range");
-  }
+  _ReadValue(result, spectral_range_start_nm, node, "start_spectral_range", kDefaultSpectralStart,
+             ParsingResult::Warning, Event::MissingValue);
+  _ReadValue(result, spectral_range_end_nm, node, "end_spectral_range", kDefaultSpectralEnd,
+             ParsingResult::Warning, Event::MissingValue);
 
   BandLists wavelengths;
   BandLists widths;
@@ -212,28 +210,26 @@ void FilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
 void FilterZone::_ReadLegacyArea(ParsingResult& result, _xmlNode* const& node) {
   _xmlNode* area = nullptr;
   if (_GetElement(area, node, "active_area", 0)) {
-    const auto read = [&](double& field, const char* name) {
-      if (!_GetValue(field, area, name, 0.0)) {
-        result << Event(ParsingResult::Error, Event::MissingValue, name);
-      }
-    };
-    read(filter_area.offset_x, "offset_x");
-    read(filter_area.offset_y, "offset_y");
-    read(filter_area.width, "width");
-    read(filter_area.height, "height");
+    _ReadValue(result, filter_area.offset_x, area, "offset_x", 0.0, ParsingResult::Error,
+               Event::MissingValue);
+    _ReadValue(result, filter_area.offset_y, area, "offset_y", 0.0, ParsingResult::Error,
+               Event::MissingValue);
+    _ReadValue(result, filter_area.width, area, "width", 0.0, ParsingResult::Error,
+               Event::MissingValue);
+    _ReadValue(result, filter_area.height, area, "height", 0.0, ParsingResult::Error,
+               Event::MissingValue);
     return;
   }
   // The flat form; a size that is not there stays what it held (the sensor's, when the zone is
   // the filter of a whole calibration).
-  const auto read = [&](double& field, const char* name, double default_value) {
-    if (!_GetValue(field, node, name, default_value)) {
-      result << Event(ParsingResult::Warning, Event::MissingValue, name);
-    }
-  };
-  read(filter_area.offset_x, "active_area_offset_x", 0.0);
-  read(filter_area.offset_y, "active_area_offset_y", 0.0);
-  read(filter_area.width, "active_area_width", filter_area.width);
-  read(filter_area.height, "active_area_height", filter_area.height);
+  _ReadValue(result, filter_area.offset_x, node, "active_area_offset_x", 0.0,
+             ParsingResult::Warning, Event::MissingValue);
+  _ReadValue(result, filter_area.offset_y, node, "active_area_offset_y", 0.0,
+             ParsingResult::Warning, Event::MissingValue);
+  _ReadValue(result, filter_area.width, node, "active_area_width", filter_area.width,
+             ParsingResult::Warning, Event::MissingValue);
+  _ReadValue(result, filter_area.height, node, "active_area_height", filter_area.height,
+             ParsingResult::Warning, Event::MissingValue);
 }
 
 void FilterZone::_ReadBandLists(ParsingResult& result, _xmlNode* const& node, const char* name,
@@ -249,9 +245,7 @@ void FilterZone::_ReadBandLists(ParsingResult& result, _xmlNode* const& node, co
   _GetElements(items, element, "band");
   for (_xmlNode* item : items) {
     int number = 0;
-    if (!_GetAttribute(number, item, "number", 0)) {
-      result << Event(ParsingResult::Error, Event::MissingAttribute, "number");
-    }
+    _ReadAttribute(result, number, item, "number", 0);
     std::deque<double> values;
     _ReadCSV(values, _GetData(item));
     if (values.empty()) {
@@ -350,9 +344,7 @@ void FilterZone::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
   index = 0;
 
   std::string layout_text;
-  if (!_GetAttribute(layout_text, node, "layout", std::string())) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, "layout");
-  }
+  _ReadAttribute(result, layout_text, node, "layout", std::string());
   eFilterLayout layout = NO_FILTER;
   FromString(layout, layout_text);
   if (layout != filter_layout_) {
@@ -366,17 +358,18 @@ void FilterZone::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
     result << Event(ParsingResult::Error, Event::MissingElement, "filter_area");
   }
 
-  const auto read = [&](auto& field, const char* name, auto default_value) {
-    if (!_GetValue(field, node, name, default_value)) {
-      result << Event(ParsingResult::Error, Event::MissingValue, name);
-    }
-  };
-  read(pattern_width, "pattern_width", 0ul);
-  read(pattern_height, "pattern_height", 0ul);
-  read(filter_width, "filter_width", 0ul);
-  read(filter_height, "filter_height", 0ul);
-  read(spectral_range_start_nm, "spectral_range_start_nm", 0.0);
-  read(spectral_range_end_nm, "spectral_range_end_nm", 0.0);
+  _ReadValue(result, pattern_width, node, "pattern_width", 0ul, ParsingResult::Error,
+             Event::MissingValue);
+  _ReadValue(result, pattern_height, node, "pattern_height", 0ul, ParsingResult::Error,
+             Event::MissingValue);
+  _ReadValue(result, filter_width, node, "filter_width", 0ul, ParsingResult::Error,
+             Event::MissingValue);
+  _ReadValue(result, filter_height, node, "filter_height", 0ul, ParsingResult::Error,
+             Event::MissingValue);
+  _ReadValue(result, spectral_range_start_nm, node, "spectral_range_start_nm", 0.0,
+             ParsingResult::Error, Event::MissingValue);
+  _ReadValue(result, spectral_range_end_nm, node, "spectral_range_end_nm", 0.0,
+             ParsingResult::Error, Event::MissingValue);
   // Files of the first measuring tool left the range out; it covered 400 to 1000 nm.
   if (spectral_range_start_nm == 0.0) {
     spectral_range_start_nm = kDefaultSpectralStart;
@@ -411,9 +404,7 @@ void FilterZone::_ReadXML_v2(ParsingResult& result, _xmlNode* const& node) {
 
 void FilterZone::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) {
   FilterZone::_ReadXML_v1(result, node);
-  if (!_GetAttribute(index, node, "index", 0ul)) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, "index");
-  }
+  _ReadAttribute(result, index, node, "index", 0ul);
 }
 
 void FilterZone::_WriteXML_v3(_xmlNode*& node) const {
@@ -567,17 +558,15 @@ void WedgeFilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node)
     share = std::min<std::size_t>(WholePixels(filter_area.height) / bands.size(), INT_MAX);
   }
   int lines_per_band = 0;
-  if (!_GetValue(lines_per_band, node, "lines_per_band", static_cast<int>(share))) {
-    result << Event(ParsingResult::Warning, Event::LegacyDefault, "lines_per_band");
-  }
+  _ReadValue(result, lines_per_band, node, "lines_per_band", static_cast<int>(share),
+             ParsingResult::Warning, Event::LegacyDefault);
   if (lines_per_band < 0) {
     result << Event(ParsingResult::Error, Event::MissingValue, "lines_per_band");
     lines_per_band = 0;
   }
   int first_band_offset = 0;
-  if (!_GetValue(first_band_offset, node, "first_band_offset", 0)) {
-    result << Event(ParsingResult::Warning, Event::LegacyDefault, "first_band_offset");
-  }
+  _ReadValue(result, first_band_offset, node, "first_band_offset", 0, ParsingResult::Warning,
+             Event::LegacyDefault);
   filter_area.offset_y = first_band_offset;
 
   if (pattern_height != 0) {
@@ -643,9 +632,7 @@ void TiledFilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node)
     _GetElements(items, table, "band");
     for (_xmlNode* item : items) {
       unsigned long tile = 0;
-      if (!_GetAttribute(tile, item, "tile", 0ul)) {
-        result << Event(ParsingResult::Error, Event::MissingAttribute, "tile");
-      }
+      _ReadAttribute(result, tile, item, "tile", 0ul);
       // std::stof as the tool read it: a text that isn't a number ends the read with its
       // exception, which the caller gets. A number that no band has is left out.
       const float number = std::stof(_GetData(item));
@@ -687,12 +674,10 @@ void TiledFilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node)
 // A small pattern of one-pixel filters repeated over the area.
 void MosaicFilterZone::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& node) {
   FilterZone::_ReadXML_vNA(result, node);
-  if (!_GetValue(pattern_width, node, "mosaic_pattern_width", 0ul)) {
-    result << Event(ParsingResult::Error, Event::MissingValue, "mosaic_pattern_width");
-  }
-  if (!_GetValue(pattern_height, node, "mosaic_pattern_height", 0ul)) {
-    result << Event(ParsingResult::Error, Event::MissingValue, "mosaic_pattern_height");
-  }
+  _ReadValue(result, pattern_width, node, "mosaic_pattern_width", 0ul, ParsingResult::Error,
+             Event::MissingValue);
+  _ReadValue(result, pattern_height, node, "mosaic_pattern_height", 0ul, ParsingResult::Error,
+             Event::MissingValue);
   filter_width = 1;
   filter_height = 1;
   // The area holds whole patterns only.

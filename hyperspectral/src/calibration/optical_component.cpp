@@ -57,9 +57,7 @@ void OpticalComponent::WriteXML(_xmlNode*& node) const {
 template <typename T, typename Default>
 void OpticalComponent::_ReadItem(ParsingResult& result, _xmlNode* const& node, T& field,
                                  const char* name, Default const& default_value) {
-  if (!_GetValue(field, node, name, default_value)) {
-    result << Event(ParsingResult::Error, Event::MissingElement, name);
-  }
+  _ReadValue(result, field, node, name, default_value);
 }
 
 // The identity and the transmission range, alike in every version.

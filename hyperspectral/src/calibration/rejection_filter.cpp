@@ -42,18 +42,11 @@ void RejectionFilter::WriteXML(_xmlNode*& node) const {
 }
 
 void RejectionFilter::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
-  const auto read = [&](double& field, const char* name) {
-    if (!_GetValue(field, node, name, 0.0)) {
-      result << Event(ParsingResult::Error, Event::MissingElement, name);
-    }
-  };
-  read(wavelength_start_nm, "wavelength_start_nm");
-  read(wavelength_end_nm, "wavelength_end_nm");
-  read(wavelength_resolution_nm, "wavelength_resolution_nm");
+  _ReadValue(result, wavelength_start_nm, node, "wavelength_start_nm", 0.0);
+  _ReadValue(result, wavelength_end_nm, node, "wavelength_end_nm", 0.0);
+  _ReadValue(result, wavelength_resolution_nm, node, "wavelength_resolution_nm", 0.0);
   std::string type_text;
-  if (!_GetValue(type_text, node, "type", std::string("none"))) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "type");
-  }
+  _ReadValue(result, type_text, node, "type", std::string("none"));
   type = RejectionFilters::FromString(type_text);
 
   std::size_t points = 0;

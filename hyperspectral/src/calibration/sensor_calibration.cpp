@@ -68,9 +68,7 @@ void SensorCalibration::_ReadXML_vNA(ParsingResult& result, _xmlNode* const& nod
     if (!_GetElement(sensor, node, "sensor", 0)) {
       result << Event(ParsingResult::Error, Event::MissingElement, "sensor");
     }
-    if (!_GetValue(type, sensor, "type", 4)) {
-      result << Event(ParsingResult::Error, Event::MissingValue, "type");
-    }
+    _ReadValue(result, type, sensor, "type", 4, ParsingResult::Error, Event::MissingValue);
   }
   FilterZone::eFilterLayout layout = FilterZone::NO_FILTER;
   switch (type) {
@@ -169,9 +167,7 @@ void SensorCalibration::_ReadXML_v2(ParsingResult& result, _xmlNode* const& node
 // Versions 1 and 2: an identity and one time stamp for creation and change, no software.
 void SensorCalibration::_ReadStamped(ParsingResult& result, _xmlNode* const& node,
                                      bool gains_in_grid) {
-  if (!_GetAttribute(sensor_id, node, "sensor_id", std::string(kNoIdentity))) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, "sensor_id");
-  }
+  _ReadAttribute(result, sensor_id, node, "sensor_id", std::string(kNoIdentity));
   // The stamp may carry a fraction of a second, which the basic form of 15 characters drops.
   _ReadTime(result, node, "timestamp", created, kStampLength);
   modified = created;
@@ -210,17 +206,10 @@ void SensorCalibration::_ReadGridGains(ParsingResult& result, _xmlNode* const& n
       double analog_gain = 0.0;
       double digital_gain = 0.0;
       double overall_gain = 0.0;
-      if (!_GetValue(bit_depth, grid, "bit_depth", 0)) {
-        result << Event(ParsingResult::Error, Event::MissingElement, "bit_depth");
-      }
-      const auto read = [&](double& value, const char* name) {
-        if (!_GetValue(value, grid, name, 0.0)) {
-          result << Event(ParsingResult::Error, Event::MissingElement, name);
-        }
-      };
-      read(analog_gain, "analog_gain");
-      read(digital_gain, "digital_gain");
-      read(overall_gain, "measured_overall_gain");
+      _ReadValue(result, bit_depth, grid, "bit_depth", 0);
+      _ReadValue(result, analog_gain, grid, "analog_gain", 0.0);
+      _ReadValue(result, digital_gain, grid, "digital_gain", 0.0);
+      _ReadValue(result, overall_gain, grid, "measured_overall_gain", 0.0);
       sensor_info.sensor_type = common::SensorTypes::VKR9;
       sensor_info.bit_depth = bit_depth;
       sensor_info.analog_gain = analog_gain;
@@ -246,9 +235,7 @@ void SensorCalibration::_ReadBlock(ParsingResult& result, _xmlNode* const& node,
 void SensorCalibration::_ReadTime(ParsingResult& result, _xmlNode* const& node, const char* name,
                                   common::time::TimePoint& time, std::size_t length) {
   std::string text;
-  if (!_GetAttribute(text, node, name, std::string(kNoTime))) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, name);
-  }
+  _ReadAttribute(result, text, node, name, std::string(kNoTime));
   time = common::time::TimePoint();
   if (text == kNoTime) {
     return;
@@ -262,17 +249,11 @@ void SensorCalibration::_ReadTime(ParsingResult& result, _xmlNode* const& node, 
 }
 
 void SensorCalibration::_ReadXML_v3(ParsingResult& result, _xmlNode* const& node) {
-  if (!_GetAttribute(sensor_id, node, "sensor_id", std::string(kNoIdentity))) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, "sensor_id");
-  }
+  _ReadAttribute(result, sensor_id, node, "sensor_id", std::string(kNoIdentity));
   _ReadTime(result, node, "created", created);
   _ReadTime(result, node, "modified", modified);
-  if (!_GetAttribute(software, node, "software", std::string("unknown"))) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, "software");
-  }
-  if (!_GetAttribute(software_version, node, "software_version", std::string("0.0.0.0"))) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, "software_version");
-  }
+  _ReadAttribute(result, software, node, "software", std::string("unknown"));
+  _ReadAttribute(result, software_version, node, "software_version", std::string("0.0.0.0"));
   _ReadBlock(result, node, sensor_info, "sensor_info");
   _ReadBlock(result, node, filter_info, "filter_info");
   _ReadBlock(result, node, system_info, "system_info");

@@ -72,15 +72,10 @@ void SensorInfo::WriteXML(_xmlNode*& node) const {
 
 void SensorInfo::_ReadLegacy(ParsingResult& result, _xmlNode* const& node,
                              std::string const& pitch_name) {
-  if (!_GetValue(width_px, node, "width", 0)) {
-    result << Event(ParsingResult::Error, Event::MissingValue, "width");
-  }
-  if (!_GetValue(height_px, node, "height", 0)) {
-    result << Event(ParsingResult::Error, Event::MissingValue, "height");
-  }
-  if (!_GetValue(pixel_pitch_um, node, pitch_name, kLegacyPixelPitch)) {
-    result << Event(ParsingResult::Warning, Event::MissingValue, pitch_name);
-  }
+  _ReadValue(result, width_px, node, "width", 0, ParsingResult::Error, Event::MissingValue);
+  _ReadValue(result, height_px, node, "height", 0, ParsingResult::Error, Event::MissingValue);
+  _ReadValue(result, pixel_pitch_um, node, pitch_name, kLegacyPixelPitch, ParsingResult::Warning,
+             Event::MissingValue);
   if (pixel_pitch_um == 0.0) {
     result << Event(ParsingResult::Warning, Event::MissingValue, pitch_name);
     pixel_pitch_um = kLegacyPixelPitch;
@@ -103,36 +98,28 @@ void SensorInfo::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
 
 void SensorInfo::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
   _ReadXML_v0(result, node);
-  if (!_GetValue(full_well_capacity_e, node, "full_well_capacity_e", 0)) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "full_well_capacity_e");
-  }
+  _ReadValue(result, full_well_capacity_e, node, "full_well_capacity_e", 0);
   // Without a capacity this is an infinite gain, which the sanity checks then report.
   overall_gain = ComputedOverallGain(bit_depth, full_well_capacity_e, analog_gain, digital_gain);
 }
 
 void SensorInfo::_ReadXML_v2(ParsingResult& result, _xmlNode* const& node) {
   std::string type_text;
-  if (!_GetAttribute(type_text, node, "sensor_type", SensorTypes::ToString(SensorTypes::Unknown))) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, "sensor_type");
-  }
+  _ReadAttribute(result, type_text, node, "sensor_type",
+                 SensorTypes::ToString(SensorTypes::Unknown));
   sensor_type = SensorTypes::FromString(type_text);
 
-  const auto read = [&](auto& field, const char* name, auto default_value) {
-    if (!_GetValue(field, node, name, default_value)) {
-      result << Event(ParsingResult::Error, Event::MissingElement, name);
-    }
-  };
-  read(width_px, "width_px", 0);
-  read(height_px, "height_px", 0);
-  read(pixel_pitch_um, "pixel_pitch_um", 0.0);
-  read(bit_depth, "bit_depth", 0);
-  read(overall_gain, "overall_gain", 0.0);
+  _ReadValue(result, width_px, node, "width_px", 0);
+  _ReadValue(result, height_px, node, "height_px", 0);
+  _ReadValue(result, pixel_pitch_um, node, "pixel_pitch_um", 0.0);
+  _ReadValue(result, bit_depth, node, "bit_depth", 0);
+  _ReadValue(result, overall_gain, node, "overall_gain", 0.0);
   if (sensor_type == SensorTypes::VKR9) {
-    read(analog_gain, "analog_gain", 0.0);
-    read(digital_gain, "digital_gain", 0.0);
-    read(full_well_capacity_e, "full_well_capacity_e", 0);
+    _ReadValue(result, analog_gain, node, "analog_gain", 0.0);
+    _ReadValue(result, digital_gain, node, "digital_gain", 0.0);
+    _ReadValue(result, full_well_capacity_e, node, "full_well_capacity_e", 0);
   } else if (sensor_type == SensorTypes::TEM480) {
-    read(gain_mode, "gain_mode", std::string());
+    _ReadValue(result, gain_mode, node, "gain_mode", std::string());
   }
 }
 

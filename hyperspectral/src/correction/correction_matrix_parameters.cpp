@@ -81,9 +81,7 @@ void CorrectionMatrixParameters::Generic::WriteXML(_xmlNode*& node) const {
 void CorrectionMatrixParameters::Generic::_ReadXML_v0(ParsingResult& result,
                                                       _xmlNode* const& node) {
   std::string type_text;
-  if (!_GetValue(type_text, node, "correction_matrix_type", std::string())) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "correction_matrix_type");
-  }
+  _ReadValue(result, type_text, node, "correction_matrix_type", std::string());
   correction_matrix_type = CorrectionMatrixTypes::FromString(type_text);
 }
 
@@ -115,13 +113,8 @@ void CorrectionMatrixParameters::PeakDetection::WriteXML(_xmlNode*& node) const 
 
 void CorrectionMatrixParameters::PeakDetection::_ReadXML_v0(ParsingResult& result,
                                                             _xmlNode* const& node) {
-  const auto read = [&](auto& field, const char* name, auto default_value) {
-    if (!_GetValue(field, node, name, default_value)) {
-      result << Event(ParsingResult::Error, Event::MissingElement, name);
-    }
-  };
-  read(distance_min_nm, "distance_min_nm", 0.0);
-  read(peaks_nr_max, "peaks_nr_max", 0);
+  _ReadValue(result, distance_min_nm, node, "distance_min_nm", 0.0);
+  _ReadValue(result, peaks_nr_max, node, "peaks_nr_max", 0);
 }
 
 void CorrectionMatrixParameters::PeakDetection::_WriteXML_v0(_xmlNode*& node) const {
@@ -152,24 +145,19 @@ void CorrectionMatrixParameters::PeakShapeFitting::WriteXML(_xmlNode*& node) con
 
 void CorrectionMatrixParameters::PeakShapeFitting::_ReadXML_v0(ParsingResult& result,
                                                                _xmlNode* const& node) {
-  const auto read = [&](auto& field, const char* name, auto default_value) {
-    if (!_GetValue(field, node, name, default_value)) {
-      result << Event(ParsingResult::Error, Event::MissingElement, name);
-    }
-  };
   // An unknown or missing shape becomes DB_UNKNOWN; nothing downstream of the file rejects it.
   std::string shape_text;
-  read(shape_text, "shape", std::string());
+  _ReadValue(result, shape_text, node, "shape", std::string());
   shape = Distributions::FromString(shape_text);
-  read(fwhm_min, "fwhm_min", 0.0);
-  read(fwhm_max, "fwhm_max", 0.0);
-  read(qe_factor_min, "qe_factor_min", 0.0);
-  read(qe_factor_max, "qe_factor_max", 0.0);
-  read(wavelength_shift_max_nm, "wavelength_shift_max_nm", 0.0);
-  read(detection_window_nm, "detection_window_nm", 0.0);
-  read(shape_interpolation_factor, "shape_interpolation_factor", 0);
-  read(nr_coarse_iterations, "nr_coarse_iterations", 0);
-  read(nr_fine_iterations, "nr_fine_iterations", 0);
+  _ReadValue(result, fwhm_min, node, "fwhm_min", 0.0);
+  _ReadValue(result, fwhm_max, node, "fwhm_max", 0.0);
+  _ReadValue(result, qe_factor_min, node, "qe_factor_min", 0.0);
+  _ReadValue(result, qe_factor_max, node, "qe_factor_max", 0.0);
+  _ReadValue(result, wavelength_shift_max_nm, node, "wavelength_shift_max_nm", 0.0);
+  _ReadValue(result, detection_window_nm, node, "detection_window_nm", 0.0);
+  _ReadValue(result, shape_interpolation_factor, node, "shape_interpolation_factor", 0);
+  _ReadValue(result, nr_coarse_iterations, node, "nr_coarse_iterations", 0);
+  _ReadValue(result, nr_fine_iterations, node, "nr_fine_iterations", 0);
 }
 
 void CorrectionMatrixParameters::PeakShapeFitting::_WriteXML_v0(_xmlNode*& node) const {
@@ -206,15 +194,10 @@ void CorrectionMatrixParameters::BandSelection::WriteXML(_xmlNode*& node) const 
 
 void CorrectionMatrixParameters::BandSelection::_ReadXML_v0(ParsingResult& result,
                                                             _xmlNode* const& node) {
-  const auto read = [&](auto& field, const char* name, auto default_value) {
-    if (!_GetValue(field, node, name, default_value)) {
-      result << Event(ParsingResult::Error, Event::MissingElement, name);
-    }
-  };
-  read(bands_minimum_distance, "bands_minimum_distance", 0.0);
-  read(peak_clustering, "peak_clustering", false);
-  read(peak_fit_error_max, "peak_fit_error_max", 0.0);
-  read(minimum_contribution, "minimum_contribution", 0.0);
+  _ReadValue(result, bands_minimum_distance, node, "bands_minimum_distance", 0.0);
+  _ReadValue(result, peak_clustering, node, "peak_clustering", false);
+  _ReadValue(result, peak_fit_error_max, node, "peak_fit_error_max", 0.0);
+  _ReadValue(result, minimum_contribution, node, "minimum_contribution", 0.0);
 }
 
 void CorrectionMatrixParameters::BandSelection::_WriteXML_v0(_xmlNode*& node) const {
@@ -243,15 +226,10 @@ void CorrectionMatrixParameters::Inversion::WriteXML(_xmlNode*& node) const {
 
 void CorrectionMatrixParameters::Inversion::_ReadXML_v0(ParsingResult& result,
                                                         _xmlNode* const& node) {
-  const auto read = [&](auto& field, const char* name, auto default_value) {
-    if (!_GetValue(field, node, name, default_value)) {
-      result << Event(ParsingResult::Error, Event::MissingElement, name);
-    }
-  };
   std::wstring algorithm_text;
-  read(algorithm_text, "algorithm", std::wstring());
+  _ReadValue(result, algorithm_text, node, "algorithm", std::wstring());
   algorithm = InversionOptimizationAlgorithms::FromString(algorithm_text);
-  read(tikhonov_alpha, "tikhonov_alpha", 0.0);
+  _ReadValue(result, tikhonov_alpha, node, "tikhonov_alpha", 0.0);
 }
 
 void CorrectionMatrixParameters::Inversion::_WriteXML_v0(_xmlNode*& node) const {
@@ -279,15 +257,10 @@ void CorrectionMatrixParameters::PostProcessing::WriteXML(_xmlNode*& node) const
 
 void CorrectionMatrixParameters::PostProcessing::_ReadXML_v0(ParsingResult& result,
                                                              _xmlNode* const& node) {
-  const auto read = [&](auto& field, const char* name, auto default_value) {
-    if (!_GetValue(field, node, name, default_value)) {
-      result << Event(ParsingResult::Error, Event::MissingElement, name);
-    }
-  };
-  read(bands_minimum_distance, "bands_minimum_distance", 0.0);
-  read(spectral_resampling, "spectral_resampling", false);
-  read(resampling_wavelengths, "resampling_wavelengths", 0.0);
-  read(smoothing_gaussian_filter_width, "smoothing_gaussian_filter_width", 0.0);
+  _ReadValue(result, bands_minimum_distance, node, "bands_minimum_distance", 0.0);
+  _ReadValue(result, spectral_resampling, node, "spectral_resampling", false);
+  _ReadValue(result, resampling_wavelengths, node, "resampling_wavelengths", 0.0);
+  _ReadValue(result, smoothing_gaussian_filter_width, node, "smoothing_gaussian_filter_width", 0.0);
 }
 
 void CorrectionMatrixParameters::PostProcessing::_WriteXML_v0(_xmlNode*& node) const {

@@ -88,14 +88,10 @@ void ContextDescription::_ReadXML_v0(ParsingResult& /*result*/, _xmlNode* const&
 
 void ContextDescription::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
   std::string type_text;
-  if (!_GetValue(type_text, node, "sensor_type",
-                 common::SensorTypes::ToString(common::SensorTypes::Unknown))) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "sensor_type");
-  }
+  _ReadValue(result, type_text, node, "sensor_type",
+             common::SensorTypes::ToString(common::SensorTypes::Unknown));
   sensor_type = common::SensorTypes::FromString(type_text);
-  if (!_GetValue(camera_id, node, "camera_id", std::string())) {
-    result << Event(ParsingResult::Error, Event::MissingElement, "camera_id");
-  }
+  _ReadValue(result, camera_id, node, "camera_id", std::string());
 }
 
 void ContextDescription::_WriteXML_v1(_xmlNode*& node) const {

@@ -70,17 +70,12 @@ void SensorProduct::RunSanityChecks(ParsingResult& result) const {
 }
 
 void SensorProduct::_ReadLattice(ParsingResult& result, _xmlNode* const& node) {
-  const auto read = [&](auto& field, const char* name, const auto& default_value) {
-    if (!_GetAttribute(field, node, name, default_value)) {
-      result << Event(ParsingResult::Error, Event::MissingAttribute, name);
-    }
-  };
-  read(lot, "lot", std::vector<int>());
-  read(wafer, "wafer", std::vector<int>());
-  read(x_start, "x_start", 0);
-  read(x_modulo, "x_modulo", 0);
-  read(y_start, "y_start", 0);
-  read(y_modulo, "y_modulo", 0);
+  _ReadAttribute(result, lot, node, "lot", std::vector<int>());
+  _ReadAttribute(result, wafer, node, "wafer", std::vector<int>());
+  _ReadAttribute(result, x_start, node, "x_start", 0);
+  _ReadAttribute(result, x_modulo, node, "x_modulo", 0);
+  _ReadAttribute(result, y_start, node, "y_start", 0);
+  _ReadAttribute(result, y_modulo, node, "y_modulo", 0);
 }
 
 void SensorProduct::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
@@ -95,9 +90,8 @@ void SensorProduct::_ReadXML_v1(ParsingResult& result, _xmlNode* const& node) {
   for (auto [field, name] : {std::pair{&internal_product_number, "internal_product_number"},
                              std::pair{&product_tag, "product_tag"},
                              std::pair{&product_description, "product_description"}}) {
-    if (!_GetValue(*field, node, name, std::string())) {
-      result << Event(ParsingResult::Error, Event::MissingValue, name);
-    }
+    _ReadValue(result, *field, node, name, std::string(), ParsingResult::Error,
+               Event::MissingValue);
   }
 }
 
@@ -134,12 +128,8 @@ void SensorProductMap::WriteXML(_xmlNode*& node) const {
 void SensorProductMap::RunSanityChecks(ParsingResult& /*result*/) const {}
 
 void SensorProductMap::_ReadXML_v0(ParsingResult& result, _xmlNode* const& node) {
-  if (!_GetAttribute(x_max, node, "x_max", 0)) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, "x_max");
-  }
-  if (!_GetAttribute(y_max, node, "y_max", 0)) {
-    result << Event(ParsingResult::Error, Event::MissingAttribute, "y_max");
-  }
+  _ReadAttribute(result, x_max, node, "x_max", 0);
+  _ReadAttribute(result, y_max, node, "y_max", 0);
   products.clear();
   std::deque<_xmlNode*> elements;
   _GetElements(elements, node, "sensor_product");

@@ -106,9 +106,12 @@ class KELTO_COMMON_EXPORT XMLSerializableInterface {
   // the root element to ReadXML. The parser loads nothing from the network or the file system,
   // substitutes no entities and refuses any document with a DOCTYPE; its messages become events
   // and are never printed. Documents must be UTF-8 (or declare ISO-8859-1). Any error the parser
-  // reports refuses the document, also one it would let pass (an undefined namespace prefix). A
-  // failure to read or parse is one event (Error, SanityCheck, sentence) and the record keeps its
-  // state; with throw_on_error it is a std::runtime_error as well.
+  // reports refuses the document, also one it would let pass (an undefined namespace prefix).
+  // Memory is bounded by the document: one whose tree would take more than 16 times its size and
+  // 1 MiB (a million empty elements), or with a tag of more than 256 attributes, is refused
+  // before the tree is complete. A failure to read or parse is one event (Error, SanityCheck,
+  // sentence) and the record keeps its state; with throw_on_error it is a std::runtime_error as
+  // well.
   void ReadFile(ParsingResult& result, filesystem::Path const& path);
   void ReadStream(ParsingResult& result, std::istringstream const& stream);
   void ReadString(ParsingResult& result, std::string const& text);
@@ -161,6 +164,24 @@ class KELTO_COMMON_EXPORT XMLSerializableInterface {
   static bool _GetAttribute(std::vector<int>& value, _xmlNode* const& node, std::string const& name,
                             std::vector<int> const& default_value);
 
+  // A field a reader needs: the getter above, and when the item is missing or unreadable one
+  // event (state, source, name) in result. The value then holds the default; returns whether it
+  // was read. A reader is a list of these, one line a field.
+  template <typename T, typename D>
+  static bool _ReadValue(
+      ParsingResult& result, T& value, _xmlNode* const& node, std::string const& name,
+      D const& default_value, ParsingResult::eParserState state = ParsingResult::Error,
+      ParsingResult::Event::eEventSource source = ParsingResult::Event::MissingElement) {
+    return _Report(result, _GetValue(value, node, name, default_value), state, source, name);
+  }
+  template <typename T, typename D>
+  static bool _ReadAttribute(
+      ParsingResult& result, T& value, _xmlNode* const& node, std::string const& name,
+      D const& default_value, ParsingResult::eParserState state = ParsingResult::Error,
+      ParsingResult::Event::eEventSource source = ParsingResult::Event::MissingAttribute) {
+    return _Report(result, _GetAttribute(value, node, name, default_value), state, source, name);
+  }
+
   // Comma-separated numbers (white space around them is ignored). Returns false at the first
   // field that is not a number, keeping the numbers before it.
   static bool _ReadCSV(std::deque<double>& values, std::string const& text);
@@ -209,6 +230,8 @@ class KELTO_COMMON_EXPORT XMLSerializableInterface {
                           XMLSerializableInterface const& record);
 
  private:
+  static bool _Report(ParsingResult& result, bool found, ParsingResult::eParserState state,
+                      ParsingResult::Event::eEventSource source, std::string const& name);
   void _ReadDocument(ParsingResult& result, std::string const& bytes, std::string const& origin);
 };
 

@@ -50,12 +50,6 @@ class KELTO_HYPERSPECTRAL_EXPORT FilterZone : public common::XMLSerializableInte
       virtual void _ReadXML_v1(ParsingResult& result, _xmlNode* const& node);
       virtual void _ReadXML_v2(ParsingResult& result, _xmlNode* const& node);
       virtual void _WriteXML_v2(_xmlNode*& node) const;
-
-     private:
-      void _ReadOrder(ParsingResult& result, _xmlNode* const& node);
-      // A double of the peak, (Error, MissingValue, name) when absent.
-      void _ReadValue(ParsingResult& result, _xmlNode* const& node, double& field,
-                      const char* name);
     };
 
     BandInfo() = default;
