@@ -47,7 +47,8 @@ endfunction()
 
 # kelto_add_tests(<name> SOURCES ... [LINKS ...])
 # One GoogleTest program per library; every case is registered with ctest. Tests find their
-# fixture files through the compile definition KELTO_TEST_DATA_DIR.
+# fixture files through the compile definition KELTO_TEST_DATA_DIR, and their shared helpers in
+# kelto::test_support (tests/support).
 function(kelto_add_tests name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
   if(NOT KELTO_BUILD_TESTS)
@@ -55,8 +56,8 @@ function(kelto_add_tests name)
   endif()
   set(target kelto_${name}_tests)
   add_executable(${target} ${ARG_SOURCES})
-  target_link_libraries(${target} PRIVATE kelto::${name} ${ARG_LINKS} GTest::gtest GTest::gmock
-                                          GTest::gtest_main)
+  target_link_libraries(${target} PRIVATE kelto::${name} kelto::test_support ${ARG_LINKS}
+                                          GTest::gtest GTest::gmock GTest::gtest_main)
   target_compile_definitions(${target} PRIVATE
     KELTO_TEST_DATA_DIR="${CMAKE_CURRENT_SOURCE_DIR}/tests/data")
   kelto_set_warnings(${target})

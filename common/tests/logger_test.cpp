@@ -8,18 +8,18 @@
 
 #include <kelto/common/message_reporter.h>
 
-#include "log_capture.h"
+#include <kelto/test_support/log_capture.h>
 
 namespace kelto::common {
 namespace {
 
-using Message = testing::LogCapture::Line;
+using Message = kelto::testing::LogCapture::Line;
 constexpr Logger::eLevel kError = Logger::eLevel::Error;
 constexpr Logger::eLevel kInfo = Logger::eLevel::Info;
 
 class LoggerTest : public ::testing::Test {
  protected:
-  testing::LogCapture log_;
+  kelto::testing::LogCapture log_;
   std::vector<Message>& messages_ = log_.lines;
 };
 

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "parsing_events.h"
+#include <kelto/test_support/event_list.h>
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "temporary_directory.h"
+#include <kelto/test_support/temporary_directory.h>
 
 namespace kelto::common {
 namespace {
@@ -35,7 +35,7 @@ TEST(Path, StemDropsOnlyTheLastExtension) {
 }
 
 TEST(Path, ExistsAndCreateDirectories) {
-  const testing::TemporaryDirectory directory;
+  const kelto::testing::TemporaryDirectory directory;
   const Path root(directory.path());
   EXPECT_TRUE(root.Exists());
   EXPECT_FALSE((root / "absent").Exists());

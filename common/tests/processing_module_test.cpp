@@ -18,7 +18,7 @@
 #include <kelto/common/parameter_translator.h>
 #include <kelto/common/path.h>
 
-#include "log_capture.h"
+#include <kelto/test_support/log_capture.h>
 
 namespace {
 
@@ -34,7 +34,7 @@ using kelto::common::ProcessingModule;
 using kelto::common::RealParameter;
 using kelto::common::StringParameter;
 using kelto::common::filesystem::Path;
-using kelto::common::testing::LogCapture;
+using kelto::testing::LogCapture;
 
 enum eColour : std::int32_t { C_RED = 0, C_GREEN = 1, C_BLUE = 2 };
 

@@ -7,18 +7,16 @@
 #include <tuple>
 #include <vector>
 
-#include "parsing_events.h"
+#include <kelto/test_support/event_list.h>
 
 namespace kelto::common {
 namespace {
 
-using namespace testing;  // NOLINT: the event short forms
+using namespace kelto::testing;  // NOLINT: the event short forms
+using ParsingResult = XMLSerializableInterface::ParsingResult;
 
-Event Missing(const char* name) {
-  return Failed(Event::MissingElement, name);
-}
-Event Check(const char* condition) {
-  return Failed(Event::SanityCheck, condition);
+EventTriple Missing(const char* name) {
+  return Error(kMissingElement, name);
 }
 
 TEST(RegionOfInterestXml, RoundTripKeepsEveryDigit) {
@@ -29,13 +27,13 @@ TEST(RegionOfInterestXml, RoundTripKeepsEveryDigit) {
   ParsingResult result;
   read.ReadString(result, text);
   EXPECT_EQ(read, written);
-  EXPECT_EQ(Events(result), std::vector<Event>{ReadStart("region_of_interest")});
+  EXPECT_EQ(Events(result), EventList{ReadStart("region_of_interest")});
   EXPECT_EQ(result.state(), ParsingResult::Ok);
 }
 
 TEST(RegionOfInterestXml, MissingOrUnreadableValuesAreEventsAndZeroButNoCheckRuns) {
   // The tag is whatever the owner named the element; the sanity checks are not part of reading.
-  const std::vector<std::tuple<std::string, RegionOfInterest, std::vector<Event>>> cases = {
+  const std::vector<std::tuple<std::string, RegionOfInterest, EventList>> cases = {
       {"<filter_area><offset_x>4</offset_x><offset_y>8</offset_y><width>16</width>"
        "<height>32</height></filter_area>",
        RegionOfInterest(4, 8, 16, 32),
@@ -58,7 +56,7 @@ TEST(RegionOfInterestXml, MissingOrUnreadableValuesAreEventsAndZeroButNoCheckRun
 
 TEST(RegionOfInterestChecks, EveryFailedConditionInOrder) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
-  const std::vector<std::pair<RegionOfInterest, std::vector<Event>>> cases = {
+  const std::vector<std::pair<RegionOfInterest, EventList>> cases = {
       {RegionOfInterest(-1, -0.5, 0, -3),
        {Check("0 < width"), Check("0 < height"), Check("0.0 <= offset_x"),
         Check("0.0 <= offset_y")}},

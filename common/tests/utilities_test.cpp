@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "temporary_directory.h"
+#include <kelto/test_support/temporary_directory.h>
 
 namespace kelto::common {
 namespace {
@@ -25,7 +25,7 @@ class WriteCsvTest : public ::testing::Test {
     return text.str();
   }
 
-  testing::TemporaryDirectory directory_;
+  kelto::testing::TemporaryDirectory directory_;
   const std::string path_ = (directory_.path() / "out.csv").string();
 };
 

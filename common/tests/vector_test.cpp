@@ -7,12 +7,13 @@
 #include <tuple>
 #include <vector>
 
-#include "parsing_events.h"
+#include <kelto/test_support/event_list.h>
 
 namespace kelto::common {
 namespace {
 
-using namespace testing;  // NOLINT: the event short forms
+using namespace kelto::testing;  // NOLINT: the event short forms
+using ParsingResult = XMLSerializableInterface::ParsingResult;
 
 // Reads one document into a vector that held something before, so that every case also shows
 // that a read replaces the content.
@@ -34,17 +35,17 @@ TEST(VectorXml, RoundTripWithSixSignificantDigits) {
     EXPECT_NE(document.find(text), std::string::npos) << document;
     const Read back(document);
     EXPECT_EQ(back.vector, read);
-    EXPECT_EQ(Events(back.result), std::vector<Event>{ReadStart("vector")});
+    EXPECT_EQ(Events(back.result), EventList{ReadStart("vector")});
   }
 }
 
 TEST(VectorXml, InconsistentOrAbsentAttributesKeepOnlyWhatTheTextHolds) {
-  const Event count = Failed(Event::MissingAttribute, "nr_elements");
-  const Event values = Failed(Event::MissingAttribute, "values");
+  const EventTriple count = Error(kMissingAttribute, "nr_elements");
+  const EventTriple values = Error(kMissingAttribute, "values");
   const struct {
     const char* document;
     std::vector<double> kept;
-    std::vector<Event> events;
+    EventList events;
   } cases[] = {
       {R"(<v nr_elements="5" values="1 2"/>)", {1, 2}, {values}},
       // A count that no memory could hold must not be believed.
@@ -61,7 +62,7 @@ TEST(VectorXml, InconsistentOrAbsentAttributesKeepOnlyWhatTheTextHolds) {
   for (const auto& c : cases) {
     const Read read(c.document);
     EXPECT_EQ(read.vector.Values(), c.kept) << c.document;
-    std::vector<Event> expected = {ReadStart("v")};
+    EventList expected = {ReadStart("v")};
     expected.insert(expected.end(), c.events.begin(), c.events.end());
     EXPECT_EQ(Events(read.result), expected) << c.document;
   }
@@ -94,7 +95,7 @@ TEST(VectorXml, AsTheChildOfARecord) {
   ParsingResult result;
   read.ReadString(result, text);
   EXPECT_EQ(read.values, written.values);
-  EXPECT_EQ(Events(result), std::vector<Event>{ReadStart("filter_response")});
+  EXPECT_EQ(Events(result), EventList{ReadStart("filter_response")});
 }
 
 TEST(VectorAccess, ResizeIndexAndRange) {

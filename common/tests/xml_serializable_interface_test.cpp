@@ -24,9 +24,9 @@
 
 #include <kelto/common/logger.h>
 
-#include "log_capture.h"
-#include "parsing_events.h"
-#include "temporary_directory.h"
+#include <kelto/test_support/event_list.h>
+#include <kelto/test_support/log_capture.h>
+#include <kelto/test_support/temporary_directory.h>
 
 namespace {
 
@@ -443,7 +443,7 @@ TEST(XmlRecordIdiom, StreamAndFileReadTheSameAsString) {
   EXPECT_TRUE(from_stream == written);
   EXPECT_EQ(stream_result.state(), kOk);
 
-  const kelto::common::testing::TemporaryDirectory directory;
+  const kelto::testing::TemporaryDirectory directory;
   const std::filesystem::path path = directory.path() / "gauge.xml";
   written.WriteFile(path);
   Gauge from_file;
@@ -576,7 +576,7 @@ TEST(XmlWriting, TextRoundTripsAndWhatXmlCannotHoldIsReplaced) {
 
 class XmlParsingResult : public testing::Test {
  protected:
-  kelto::common::testing::LogCapture log_;
+  kelto::testing::LogCapture log_;
 };
 
 TEST_F(XmlParsingResult, StateIsRaisedAndNeverLowered) {
@@ -710,7 +710,7 @@ class XmlBadInput : public testing::Test {
     return {detail, thrown};
   }
 
-  kelto::common::testing::TemporaryDirectory dir_;
+  kelto::testing::TemporaryDirectory dir_;
 };
 
 TEST_F(XmlBadInput, EveryKindIsRefusedTheSameWay) {

@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "event_list.h"
+#include <kelto/test_support/event_list.h>
 
 namespace kelto::hyperspectral {
 namespace {

@@ -10,18 +10,18 @@
 
 #include <kelto/hyperspectral/management/context_description.h>
 
-#include "../../common/tests/log_capture.h"
-#include "../../common/tests/temporary_directory.h"
+#include <kelto/test_support/log_capture.h>
+#include <kelto/test_support/temporary_directory.h>
 #include "context_log_lines.h"
 
 namespace kelto::hyperspectral {
 namespace {
 
 using common::Logger;
-using common::testing::LogCapture;
-using common::testing::TemporaryDirectory;
 using kelto::testing::ContextLogLines;
+using kelto::testing::LogCapture;
 using kelto::testing::LogLine;
+using kelto::testing::TemporaryDirectory;
 
 constexpr auto kError = Logger::eLevel::Error;
 constexpr auto kInfo = Logger::eLevel::Info;

@@ -7,10 +7,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "../../common/tests/log_capture.h"
-#include "../../common/tests/temporary_directory.h"
+#include <kelto/test_support/event_list.h>
+#include <kelto/test_support/log_capture.h>
+#include <kelto/test_support/temporary_directory.h>
 #include "context_log_lines.h"
-#include "event_list.h"
 
 namespace kelto::hyperspectral {
 namespace {
@@ -18,8 +18,8 @@ namespace {
 using namespace kelto::testing;
 using common::Logger;
 using common::SensorTypes;
-using common::testing::LogCapture;
-using common::testing::TemporaryDirectory;
+using kelto::testing::LogCapture;
+using kelto::testing::TemporaryDirectory;
 
 constexpr auto kError = Logger::eLevel::Error;
 constexpr auto kInfo = Logger::eLevel::Info;

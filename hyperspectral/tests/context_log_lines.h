@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "../../common/tests/log_capture.h"
+#include <kelto/test_support/log_capture.h>
 
 namespace kelto::testing {
 
@@ -20,7 +20,7 @@ using LogLine = std::tuple<common::Logger::eLevel, std::string, std::string>;
 // Every captured line, each of which must come from the logger `name`. A line not of the form
 // "<function> (<line>) - <text>" (an event of a read, as the read's result writes it) keeps its
 // whole message as text, with an empty function.
-inline std::vector<LogLine> ContextLogLines(const common::testing::LogCapture& log,
+inline std::vector<LogLine> ContextLogLines(const kelto::testing::LogCapture& log,
                                             const std::string& name) {
   static const std::regex form("(\\w+) \\(([1-9][0-9]*)\\) - (.*)");
   std::vector<LogLine> lines;

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "event_list.h"
+#include <kelto/test_support/event_list.h>
 
 namespace kelto::hyperspectral {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "event_list.h"
+#include <kelto/test_support/event_list.h>
 
 namespace kelto::hyperspectral {
 namespace {

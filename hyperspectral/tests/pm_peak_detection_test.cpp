@@ -13,8 +13,8 @@
 
 #include <kelto/common/parameter_container.h>
 
-#include "../../common/tests/log_capture.h"
-#include "../../common/tests/temporary_directory.h"
+#include <kelto/test_support/log_capture.h>
+#include <kelto/test_support/temporary_directory.h>
 
 namespace {
 
@@ -24,9 +24,9 @@ using kelto::common::Logger;
 using kelto::common::Parameter;
 using kelto::common::ParameterContainer;
 using kelto::common::ProcessingModule;
-using kelto::common::testing::LogCapture;
-using kelto::common::testing::TemporaryDirectory;
 using kelto::hyperspectral::Distributions;
+using kelto::testing::LogCapture;
+using kelto::testing::TemporaryDirectory;
 using Module = kelto::hyperspectral::PM_PeakDetection;
 using Peak = Module::Peak;
 using ::testing::ElementsAre;

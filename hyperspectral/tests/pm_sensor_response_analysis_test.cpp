@@ -15,16 +15,14 @@
 #include <kelto/hyperspectral/calibration/sensor_calibration.h>
 #include <kelto/hyperspectral/correction/utilities.h>
 
-#include "../../common/tests/log_capture.h"
-#include "../../common/tests/temporary_directory.h"
+#include <kelto/test_support/log_capture.h>
+#include <kelto/test_support/temporary_directory.h>
 
 namespace {
 
 using kelto::common::Logger;
 using kelto::common::Parameter;
 using kelto::common::ParameterContainer;
-using kelto::common::testing::LogCapture;
-using kelto::common::testing::TemporaryDirectory;
 using kelto::datatypes::ColumnVector;
 using kelto::datatypes::Matrix;
 using kelto::hyperspectral::CorrectionAlgorithms;
@@ -37,6 +35,8 @@ using kelto::hyperspectral::OpticalComponent;
 using kelto::hyperspectral::PM_PeakDetection;
 using kelto::hyperspectral::PM_SpectralCorrectionComputation;
 using kelto::hyperspectral::SensorCalibration;
+using kelto::testing::LogCapture;
+using kelto::testing::TemporaryDirectory;
 using Module = kelto::hyperspectral::PM_SensorResponseAnalysis;
 using Peak = PM_PeakDetection::Peak;
 using PeakInfo = PM_SpectralCorrectionComputation::PeakInfo;

@@ -24,7 +24,8 @@
 #include <kelto/common/logger.h>
 #include <kelto/common/parameter_container.h>
 
-#include "../../common/tests/temporary_directory.h"
+#include <kelto/test_support/log_capture.h>
+#include <kelto/test_support/temporary_directory.h>
 
 namespace {
 
@@ -37,12 +38,13 @@ using kelto::common::PathParameter;
 using kelto::common::ProcessingModule;
 using kelto::common::RealParameter;
 using kelto::common::filesystem::Path;
-using kelto::common::testing::TemporaryDirectory;
 using kelto::datatypes::ColumnVector;
 using kelto::datatypes::Matrix;
 using kelto::datatypes::RowVector;
 using kelto::hyperspectral::Distributions;
 using kelto::hyperspectral::InversionOptimizationAlgorithms;
+using kelto::testing::LogCapture;
+using kelto::testing::TemporaryDirectory;
 using Module = kelto::hyperspectral::PM_SpectralCorrectionComputation;
 using PeakInfo = Module::PeakInfo;
 using RowMajor = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
@@ -60,23 +62,6 @@ class Probe : public Module {
   using Module::_GetResponse;
   using Module::Module;
   boost::mutex& Mutex() { return _GetMutex(); }
-};
-
-// Collects the errors that reach the log while it lives.
-class LogCapture {
- public:
-  LogCapture() {
-    Logger::SetSink([this](Logger::eLevel level, const std::string&, const std::string& message) {
-      if (level == Logger::eLevel::Error) {
-        errors.push_back(message);
-      }
-    });
-  }
-  LogCapture(LogCapture const&) = delete;
-  LogCapture& operator=(LogCapture const&) = delete;
-  ~LogCapture() { Logger::SetSink({}); }
-
-  std::vector<std::string> errors;
 };
 
 ColumnVector<double> Column(const std::vector<double>& values) {
@@ -553,7 +538,7 @@ TEST(SpectralCorrectionLifecycle, ComputationsOutsideTheCycleAndWrongDataAreRefu
               ThrowsMessage<std::runtime_error>(StrEq("incompatible initialization data object")));
   std::vector<std::string> expected(4, text);
   expected.push_back("incompatible initialization data object");
-  EXPECT_EQ(log.errors, expected);
+  EXPECT_EQ(log.Messages(Logger::eLevel::Error), expected);
 }
 
 TEST(SpectralCorrectionLifecycle, FiltersAndOpticsThatDoNotFitTheGridAreRefused) {
@@ -575,7 +560,7 @@ TEST(SpectralCorrectionLifecycle, FiltersAndOpticsThatDoNotFitTheGridAreRefused)
   data.wavelengths = Column({500.0, 510.0, 520.0});
   data.responses.rows[1][0] = 2.0;
   EXPECT_THROW(module.Initialize(data), std::invalid_argument);
-  EXPECT_EQ(log.errors,
+  EXPECT_EQ(log.Messages(Logger::eLevel::Error),
             (std::vector<std::string>{"the virtual filter has 3 samples for 2 wavelengths",
                                       "the optical response has 1 values for 2 wavelengths",
                                       "the responses have 2 samples for 3 wavelengths"}));
@@ -765,7 +750,7 @@ TEST(SpectralCorrectionParameters, NegativeBoundsAndWidthAreRefusedWithTheirText
                                   [&] { module.SetConfigurationParameters(parameters); }}) {
       EXPECT_THAT(call, ThrowsMessage<std::invalid_argument>(StrEq(text)));
     }
-    EXPECT_EQ(log.errors, std::vector<std::string>(3, text));
+    EXPECT_EQ(log.Messages(Logger::eLevel::Error), std::vector<std::string>(3, text));
     EXPECT_EQ(Read(module), before);
   }
 
@@ -789,7 +774,8 @@ TEST(SpectralCorrectionParameters, ForeignParametersAreRefused) {
                                 [&] { module.GetParameters(foreign); }}) {
     EXPECT_THAT(call, ThrowsMessage<std::runtime_error>(StrEq("incompatible parameters object")));
   }
-  EXPECT_EQ(log.errors, std::vector<std::string>(4, "incompatible parameters object"));
+  EXPECT_EQ(log.Messages(Logger::eLevel::Error),
+            std::vector<std::string>(4, "incompatible parameters object"));
 }
 
 // ---------------------------------------------------------------------------------------------

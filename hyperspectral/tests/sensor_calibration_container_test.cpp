@@ -10,16 +10,16 @@
 #include <string>
 #include <vector>
 
-#include "../../common/tests/log_capture.h"
-#include "../../common/tests/temporary_directory.h"
-#include "event_list.h"
+#include <kelto/test_support/event_list.h>
+#include <kelto/test_support/log_capture.h>
+#include <kelto/test_support/temporary_directory.h>
 
 namespace kelto::hyperspectral {
 namespace {
 
 using common::Logger;
-using common::testing::LogCapture;
-using common::testing::TemporaryDirectory;
+using kelto::testing::LogCapture;
+using kelto::testing::TemporaryDirectory;
 
 const std::string kSamples = std::string(KELTO_TEST_DATA_DIR) + "/calibrations/";
 

@@ -7,7 +7,8 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "event_list.h"
+#include <kelto/test_support/calibration_fixtures.h>
+#include <kelto/test_support/event_list.h>
 
 namespace kelto::hyperspectral {
 namespace {
@@ -23,16 +24,9 @@ SensorCalibration Small() {
   calibration.modified = common::time::UniversalTimeFromString("2024-06-01T12:00:05Z");
   calibration.software = "kelto-sim";
   calibration.software_version = "1.2.3";
-  SensorInfo& sensor = calibration.sensor_info;
-  sensor.sensor_type = common::SensorTypes::VKR9;
-  sensor.width_px = 64;
-  sensor.height_px = 32;
-  sensor.pixel_pitch_um = 5.5;
-  sensor.bit_depth = 10;
-  sensor.analog_gain = 3.2;
-  sensor.digital_gain = 1.0;
-  sensor.full_well_capacity_e = 13500;
-  sensor.overall_gain = 0.2427;
+  calibration.sensor_info = Vkr9Sensor();
+  calibration.sensor_info.width_px = 64;
+  calibration.sensor_info.height_px = 32;
   calibration.filter_info.calibration_info.sample_points_nm = {500.0, 501.0, 502.0};
   FilterZone zone(FilterZone::MOSAIC);
   zone.filter_area = common::RegionOfInterest(0.0, 0.0, 64.0, 32.0);

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "event_list.h"
+#include <kelto/test_support/event_list.h>
 
 namespace kelto::hyperspectral {
 namespace {

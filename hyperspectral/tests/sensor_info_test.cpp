@@ -4,7 +4,8 @@
 
 #include <cmath>
 
-#include "event_list.h"
+#include <kelto/test_support/calibration_fixtures.h>
+#include <kelto/test_support/event_list.h>
 
 namespace kelto::hyperspectral {
 namespace {
@@ -16,20 +17,6 @@ using GainModes = SensorInfo::TEM480_GainModes;
 const std::string kGainRule =
     "((0.9 * computed_overall_gain < overall_gain) && (1.1 * computed_overall_gain > "
     "overall_gain))";
-
-SensorInfo Vkr9() {
-  SensorInfo sensor;
-  sensor.sensor_type = SensorTypes::VKR9;
-  sensor.width_px = 2048;
-  sensor.height_px = 1088;
-  sensor.pixel_pitch_um = 5.5;
-  sensor.bit_depth = 10;
-  sensor.analog_gain = 3.2;
-  sensor.digital_gain = 1.0;
-  sensor.full_well_capacity_e = 13500;
-  sensor.overall_gain = 0.2427;
-  return sensor;
-}
 
 SensorInfo Tem480() {
   SensorInfo sensor;
@@ -92,10 +79,11 @@ TEST(SensorInfoCurrentForm, MissingAndUnconvertibleItemsAreEventsInFileOrder) {
   EXPECT_EQ(sensor.width_px, 640);
   EXPECT_EQ(sensor.bit_depth, 12);
 
-  sensor = Vkr9();
-  EXPECT_EQ(Events(Read(sensor, Replace(Vkr9().WriteString(), "<width_px>2048", "<width_px>wide"))),
-            (EventList{ReadStart("sensor_info"), Error(kMissingElement, "width_px"),
-                       Check("0 < width_px")}));
+  sensor = Vkr9Sensor();
+  EXPECT_EQ(
+      Events(Read(sensor, Replace(Vkr9Sensor().WriteString(), "<width_px>2048", "<width_px>wide"))),
+      (EventList{ReadStart("sensor_info"), Error(kMissingElement, "width_px"),
+                 Check("0 < width_px")}));
   EXPECT_EQ(sensor.width_px, 0);
 
   // The TEM family needs its gain mode.
@@ -120,7 +108,7 @@ TEST(SensorInfoCurrentForm, OtherFamilysElementsAreNeitherReadNorWritten) {
 }
 
 TEST(SensorInfoChecks, ChipFiguresAndTheOverallGain) {
-  SensorInfo sensor = Vkr9();
+  SensorInfo sensor = Vkr9Sensor();
   const double computed = std::pow(2.0, 10) / 13500 * 3.2 * 1.0;
   EXPECT_NEAR(computed, 0.242726, 1e-6);
   EXPECT_TRUE(Checks(sensor).empty());
@@ -152,7 +140,7 @@ TEST(SensorInfoLegacy, UnversionedBlockWarnsAndTakesTheFamilyFigures) {
   EXPECT_EQ(Events(result),
             (EventList{ReadStart("sensor_info"), Warning(kMissingVersion, "sensor_info"),
                        Warning(kMissingValue, "pixelPitch")}));
-  SensorInfo expected = Vkr9();
+  SensorInfo expected = Vkr9Sensor();
   expected.width_px = 1024;
   expected.height_px = 256;
   EXPECT_TRUE(sensor == expected);
@@ -189,12 +177,12 @@ TEST(SensorInfoWriting, EveryFamilyRoundTripsExactlyInTableOrder) {
   SensorInfo generic = Tem480();
   generic.sensor_type = SensorTypes::GENERIC;
   generic.gain_mode.clear();
-  for (const SensorInfo& original : {Vkr9(), Tem480(), generic}) {
+  for (const SensorInfo& original : {Vkr9Sensor(), Tem480(), generic}) {
     SensorInfo copy;
     EXPECT_EQ(Events(Read(copy, original.WriteString())), (EventList{ReadStart("sensor_info")}));
     EXPECT_TRUE(copy == original) << original.WriteString();
   }
-  ExpectInOrder(Vkr9().WriteString(),
+  ExpectInOrder(Vkr9Sensor().WriteString(),
                 {R"(<sensor_info version="2" sensor_type="VKR9">)", "<width_px>", "<height_px>",
                  "<pixel_pitch_um>", "<bit_depth>", "<overall_gain>", "<analog_gain>",
                  "<digital_gain>", "<full_well_capacity_e>"});
@@ -203,7 +191,7 @@ TEST(SensorInfoWriting, EveryFamilyRoundTripsExactlyInTableOrder) {
 }
 
 TEST(SensorInfoEquality, EveryFieldCounts) {
-  const SensorInfo base = Vkr9();
+  const SensorInfo base = Vkr9Sensor();
   std::vector<SensorInfo> variants(10, base);
   variants[0].sensor_type = SensorTypes::GENERIC;
   variants[1].width_px += 1;

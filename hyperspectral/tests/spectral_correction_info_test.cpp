@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <tuple>
 
-#include "event_list.h"
+#include <kelto/test_support/event_list.h>
 
 namespace kelto::hyperspectral {
 namespace {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <stdexcept>
@@ -13,15 +14,84 @@
 
 #include <kelto/hyperspectral/correction/spline.h>
 
-#include "spline_collection_fixtures.h"
+#include <kelto/test_support/reference_data.h>
 
 namespace kelto::hyperspectral {
 namespace {
 
 using Values = std::vector<double>;
 using Owned = std::unique_ptr<double[]>;
-using testing::SplineCollectionGrid;
-using testing::SplineCollectionGrids;
+using kelto::testing::ReferenceRecord;
+
+// The reference tables of data/spline_collection.txt, computed by SciPy and NumPy
+// (data/make_spline_collection_fixtures.py, which says what each row holds).
+std::vector<ReferenceRecord> References(const std::string& kind) {
+  static const std::vector<ReferenceRecord> all =
+      kelto::testing::ReadReferenceRecords(KELTO_TEST_DATA_DIR "/spline_collection.txt");
+  std::vector<ReferenceRecord> records;
+  std::copy_if(all.begin(), all.end(), std::back_inserter(records),
+               [&](const ReferenceRecord& r) { return r.kind == kind; });
+  return records;
+}
+
+struct SplineCollectionGrid {
+  std::string name;
+  Values x, y, yp, xi;
+  Values cubic, cubic_first, cubic_second;
+  Values hermite, hermite_first;
+  Values overhauser;
+  Values pchip_slopes, pchip, pchip_first;
+  Values bspline_c, bspline_xi, bspline;
+};
+
+struct LeastSquaresData {
+  std::string name;
+  Values x, y, knots, spline_fit;
+  double spline_residual;
+  Values polynomial_residuals;
+};
+
+struct BezierCurve {
+  Values p, t, value;
+};
+
+const std::vector<SplineCollectionGrid>& SplineCollectionGrids() {
+  static const std::vector<SplineCollectionGrid> grids = [] {
+    std::vector<SplineCollectionGrid> read;
+    for (const ReferenceRecord& r : References("grid")) {
+      read.push_back({r.name, r.Row("x"), r.Row("y"), r.Row("yp"), r.Row("xi"), r.Row("cubic"),
+                      r.Row("cubic_first"), r.Row("cubic_second"), r.Row("hermite"),
+                      r.Row("hermite_first"), r.Row("overhauser"), r.Row("pchip_slopes"),
+                      r.Row("pchip"), r.Row("pchip_first"), r.Row("bspline_c"), r.Row("bspline_xi"),
+                      r.Row("bspline")});
+    }
+    return read;
+  }();
+  return grids;
+}
+
+const std::vector<LeastSquaresData>& LeastSquaresSets() {
+  static const std::vector<LeastSquaresData> sets = [] {
+    std::vector<LeastSquaresData> read;
+    for (const ReferenceRecord& r : References("least_squares")) {
+      read.push_back({r.name, r.Row("x"), r.Row("y"), r.Row("knots"), r.Row("spline_fit"),
+                      r.Row("spline_residual").at(0), r.Row("polynomial_residuals")});
+    }
+    return read;
+  }();
+  return sets;
+}
+
+const std::vector<BezierCurve>& BezierCurves() {
+  static const std::vector<BezierCurve> curves = [] {
+    std::vector<BezierCurve> read;
+    for (const ReferenceRecord& r : References("bezier")) {
+      read.push_back({r.Row("p"), r.Row("t"), r.Row("value")});
+    }
+    return read;
+  }();
+  return curves;
+}
 
 int Count(const Values& v) {
   return static_cast<int>(v.size());
@@ -151,10 +221,10 @@ TEST(SplineCollectionVersusScipy, InterpolantsAndTheirDerivatives) {
 }
 
 TEST(SplineCollectionVersusScipy, LeastSquaresResidualNorms) {
-  for (const testing::LeastSquaresData& s : testing::LeastSquaresSets()) {
+  for (const LeastSquaresData& s : LeastSquaresSets()) {
     const Values fit = LeastSquaresSpline(s.x, s.y, s.knots, s.x);
     EXPECT_NEAR(ResidualNorm(fit, s.y), s.spline_residual, 1e-10 * s.spline_residual) << s.name;
-    ExpectAgrees(fit, s.spline_fit, std::string(s.name) + " spline at the data", Largest(s.y));
+    ExpectAgrees(fit, s.spline_fit, s.name + " spline at the data", Largest(s.y));
     for (int degree = 0; degree < Count(s.polynomial_residuals); ++degree) {
       const double expected = s.polynomial_residuals[static_cast<std::size_t>(degree)];
       EXPECT_NEAR(ResidualNorm(LeastSquaresPolynomial(s.x, s.y, degree, s.x), s.y), expected,
@@ -165,14 +235,14 @@ TEST(SplineCollectionVersusScipy, LeastSquaresResidualNorms) {
 }
 
 TEST(SplineCollectionBezier, AgreesWithDeCasteljauAndStartsAndEndsAtItsControlValues) {
-  const testing::BezierCurve& single = testing::BezierCurves()[0];
+  const BezierCurve& single = BezierCurves()[0];
   Values value(single.t.size());
   spline_bezier_val(single.p.data(), Count(single.t), single.t.data(), value.data());
   ExpectAgrees(value, single.value, "single", Largest(single.p));
   EXPECT_EQ(value.front(), single.p[0]);
   EXPECT_EQ(value.back(), single.p[3]);
 
-  const testing::BezierCurve& piecewise = testing::BezierCurves()[1];
+  const BezierCurve& piecewise = BezierCurves()[1];
   value.assign(piecewise.t.size(), 0.0);
   spline_bezier_piecewise_val(Count(piecewise.p), piecewise.p.data(), Count(piecewise.t),
                               piecewise.t.data(), value.data());
@@ -187,7 +257,7 @@ TEST(SplineCollectionBezier, AgreesWithDeCasteljauAndStartsAndEndsAtItsControlVa
 // Monotone data, rising with flat stretches and falling, resampled at 10,000 points.
 TEST(SplineCollectionPchip, MonotoneDataGiveAMonotoneCurve) {
   const SplineCollectionGrid& steps = SplineCollectionGrids()[4];
-  ASSERT_STREQ(steps.name, "Steps");
+  ASSERT_EQ(steps.name, "Steps");
   Values falling_x(41), falling_y(41);
   for (std::size_t i = 0; i < falling_x.size(); ++i) {
     falling_x[i] = 500.0 + 7.0 * static_cast<double>(i) + std::sin(3.0 * static_cast<double>(i));
@@ -240,7 +310,7 @@ TEST(SplineCollectionOverhauser, PassesThroughEveryPointAndReproducesParabolas) 
     const auto p = [&g](double v) { return 0.5 - 0.25 * (v - g.x[1]) + 2.0 * (v - g.x[2]) * v; };
     std::transform(g.x.begin(), g.x.end(), parabola.begin(), p);
     std::transform(g.xi.begin(), g.xi.end(), expected.begin(), p);
-    ExpectAgrees(Overhauser(g.x, parabola, g.xi), expected, std::string(g.name) + " parabola");
+    ExpectAgrees(Overhauser(g.x, parabola, g.xi), expected, g.name + " parabola");
   }
   // Three points: the one parabola, also beyond them.
   const Values x{0.0, 1.0, 3.0};

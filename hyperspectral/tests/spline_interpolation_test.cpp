@@ -13,7 +13,7 @@
 
 #include <kelto/hyperspectral/correction/spline.h>
 
-#include "spline_fixtures.h"
+#include <kelto/test_support/reference_data.h>
 
 namespace kelto::hyperspectral {
 namespace {
@@ -22,6 +22,25 @@ using Type = SplineInterpolation::eType;
 using Values = std::vector<double>;
 constexpr Type kNatural = SplineInterpolation::IT_TARVIK_NATURAL_CUBIC;
 constexpr Type kNotAKnot = SplineInterpolation::IT_NOT_A_KNOT_CUBIC;
+
+// The grids of data/spline_fixtures.txt, computed by SciPy (data/make_spline_fixtures.py).
+struct SplineFixture {
+  std::string name;
+  Values x, y, xi, natural, not_a_knot;
+};
+
+const std::vector<SplineFixture>& SplineFixtures() {
+  static const std::vector<SplineFixture> fixtures = [] {
+    std::vector<SplineFixture> read;
+    for (const auto& r :
+         kelto::testing::ReadReferenceRecords(KELTO_TEST_DATA_DIR "/spline_fixtures.txt")) {
+      read.push_back(
+          {r.name, r.Row("x"), r.Row("y"), r.Row("xi"), r.Row("natural"), r.Row("not_a_knot")});
+    }
+    return read;
+  }();
+  return fixtures;
+}
 
 Values Resample(const Values& x, const Values& y, const Values& xi, Type type,
                 bool extrapolate = true, bool clamp = false) {
@@ -50,11 +69,9 @@ void ExpectRelativelyNear(const Values& actual, const Values& expected, const st
 // Reference values from SciPy, on irregular grids, including one target on either side of the
 // sample points, which both kinds extrapolate with their end cubics.
 TEST(SplineVersusScipy, BothKindsAgreeWithAnIndependentSolver) {
-  for (const testing::SplineFixture& f : testing::SplineFixtures()) {
-    ExpectRelativelyNear(Resample(f.x, f.y, f.xi, kNatural), f.natural,
-                         std::string(f.name) + " natural");
-    ExpectRelativelyNear(Resample(f.x, f.y, f.xi, kNotAKnot), f.not_a_knot,
-                         std::string(f.name) + " not-a-knot");
+  for (const SplineFixture& f : SplineFixtures()) {
+    ExpectRelativelyNear(Resample(f.x, f.y, f.xi, kNatural), f.natural, f.name + " natural");
+    ExpectRelativelyNear(Resample(f.x, f.y, f.xi, kNotAKnot), f.not_a_knot, f.name + " not-a-knot");
   }
 }
 
@@ -65,7 +82,7 @@ TEST(SplineSegments, JoinWithContinuousSecondDerivativeAndTwoPointsAreALine) {
     EXPECT_EQ((Values{line[0].x, line[0].a, line[0].b, line[0].c, line[0].d}),
               (Values{0.0, 0.0, 1.0, 0.0, 0.0}));
 
-    const testing::SplineFixture& f = testing::SplineFixtures()[1];
+    const SplineFixture& f = SplineFixtures()[1];
     const std::vector<SplineSegment> s = Segments(f.x, f.y, type);
     ASSERT_EQ(s.size(), f.x.size() - 1);
     for (std::size_t i = 0; i + 1 < s.size(); ++i) {
@@ -85,7 +102,7 @@ TEST(SplineSegments, EndConditionsOfBothKinds) {
   ASSERT_EQ(hat.size(), 2u);
   EXPECT_EQ(hat[0].c, 0.0);
   EXPECT_EQ(hat[1].c + 3.0 * hat[1].d * 1.0, 0.0);
-  const testing::SplineFixture& f = testing::SplineFixtures()[2];
+  const SplineFixture& f = SplineFixtures()[2];
   const std::vector<SplineSegment> natural = Segments(f.x, f.y, kNatural);
   EXPECT_EQ(natural.front().c, 0.0);
   EXPECT_NEAR(natural.back().c + 3.0 * natural.back().d * (f.x.back() - natural.back().x), 0.0,

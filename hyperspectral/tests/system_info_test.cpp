@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "event_list.h"
+#include <kelto/test_support/event_list.h>
 
 namespace kelto::hyperspectral {
 namespace {

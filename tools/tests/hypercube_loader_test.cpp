@@ -26,7 +26,7 @@
 #include <kelto/datatypes/band_storage.h>
 #include <kelto/datatypes/hypercube.h>
 
-#include "../../common/tests/temporary_directory.h"
+#include <kelto/test_support/temporary_directory.h>
 #include "hypercube_loader.h"
 
 namespace kelto::tools {
@@ -176,7 +176,7 @@ std::string Text(double value) {
 // A fresh directory per test, removed afterwards.
 class HypercubeLoaderTest : public ::testing::Test {
  protected:
-  common::testing::TemporaryDirectory directory_;
+  kelto::testing::TemporaryDirectory directory_;
   const fs::path dir_ = directory_.path();
 };
 

@@ -1,16 +1,22 @@
-// Test helpers for the XML records: the events of a read as (state, source, detail) triples, so
-// that a whole event sequence is asserted in one comparison and a failure prints both sequences,
-// with short builders for the triples and a few operations on written text.
+// The events of a read as (state, source, detail) triples, so that a whole event sequence is
+// asserted in one comparison and a failure prints both sequences, with short builders for the
+// triples, readers of literal XML and a few operations on written text.
 #pragma once
 
+#include <kelto/common/xml_serializable_interface.h>
+
 #include <exception>
+#include <ostream>
 #include <string>
 #include <tuple>
 #include <vector>
 
-#include <gtest/gtest.h>
+namespace kelto::common {
 
-#include <kelto/common/xml_serializable_interface.h>
+// Prints an event as its own text when an assertion on events fails.
+void PrintTo(XMLSerializableInterface::ParsingResult::Event const& event, std::ostream* os);
+
+}  // namespace kelto::common
 
 namespace kelto::testing {
 
@@ -27,11 +33,14 @@ constexpr int kUnsupportedVersion = 11, kMissingVersion = 12, kMissingElement = 
 inline EventTriple ReadStart(const std::string& tag) {
   return {kOk, kReadStart, tag};
 }
-inline EventTriple Error(int source, const std::string& detail) {
-  return {kError, source, detail};
+inline EventTriple Ok(int source, const std::string& detail) {
+  return {kOk, source, detail};
 }
 inline EventTriple Warning(int source, const std::string& detail) {
   return {kWarning, source, detail};
+}
+inline EventTriple Error(int source, const std::string& detail) {
+  return {kError, source, detail};
 }
 inline EventTriple Check(const std::string& rule) {
   return Error(kSanityCheck, rule);
@@ -40,34 +49,13 @@ inline EventTriple CheckWarning(const std::string& rule) {
   return Warning(kSanityCheck, rule);
 }
 
-inline EventTriple Ok(int source, const std::string& detail) {
-  return {kOk, source, detail};
-}
-
 // A read whose version the record refuses: it starts and stops at once.
-inline EventList Refused(const std::string& tag, int source = kUnsupportedVersion) {
-  return {ReadStart(tag), Error(source, tag)};
-}
+EventList Refused(const std::string& tag, int source = kUnsupportedVersion);
 
-inline EventList Events(const ParsingResult& result) {
-  EventList list;
-  for (const auto& event : result.events()) {
-    list.emplace_back(static_cast<int>(event.state), static_cast<int>(event.source), event.detail);
-  }
-  return list;
-}
+EventList Events(const ParsingResult& result);
 
 // Only the events worse than Ok: what a reader of an old file reports beyond its bookkeeping.
-inline EventList NotOk(const ParsingResult& result) {
-  EventList list;
-  for (const auto& event : result.events()) {
-    if (event.state != ParsingResult::Ok) {
-      list.emplace_back(static_cast<int>(event.state), static_cast<int>(event.source),
-                        event.detail);
-    }
-  }
-  return list;
-}
+EventList NotOk(const ParsingResult& result);
 
 // Reads a record from literal XML and returns the result.
 template <typename Record>
@@ -117,23 +105,9 @@ EventList Checks(const Record& record) {
 }
 
 // The text with the first `from` replaced; a `from` that is not there fails the test.
-inline std::string Replace(std::string text, const std::string& from, const std::string& to) {
-  const std::size_t at = text.find(from);
-  EXPECT_NE(at, std::string::npos) << from;
-  if (at != std::string::npos) {
-    text.replace(at, from.size(), to);
-  }
-  return text;
-}
+std::string Replace(std::string text, const std::string& from, const std::string& to);
 
 // Each part occurs in the text, after the one before it.
-inline void ExpectInOrder(const std::string& text, const std::vector<std::string>& parts) {
-  std::size_t from = 0;
-  for (const std::string& part : parts) {
-    const std::size_t at = text.find(part, from);
-    ASSERT_NE(at, std::string::npos) << part << " after offset " << from << " in\n" << text;
-    from = at + part.size();
-  }
-}
+void ExpectInOrder(const std::string& text, const std::vector<std::string>& parts);
 
 }  // namespace kelto::testing
