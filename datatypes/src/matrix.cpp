@@ -50,25 +50,29 @@ bool Cholesky(Dense const& a, double tolerance, Dense& l) {
   return true;
 }
 
-Dense CholeskyInverse(Dense const& l) {
-  const unsigned long n = l.row_count;
+// The inverse of a = P^-1 L U, column by column: L y = P e_c, then U x = y. factors holds L in
+// its lower triangle and U in its upper one; unit_lower takes the diagonal of L as ones, the
+// diagonal then belonging to U alone. order[i] is the row of a that row i of the factors stands
+// for.
+Dense InverseFromFactors(Dense const& factors, bool unit_lower,
+                         std::vector<unsigned long> const& order) {
+  const unsigned long n = factors.row_count;
   Dense inverse(n, n, 0.0);
   std::vector<double> column(n);
   for (unsigned long c = 0; c < n; ++c) {
-    // L y = e_c, then Lt x = y.
     for (unsigned long i = 0; i < n; ++i) {
-      double value = i == c ? 1.0 : 0.0;
+      double value = order[i] == c ? 1.0 : 0.0;
       for (unsigned long k = 0; k < i; ++k) {
-        value -= l.rows[i][k] * column[k];
+        value -= factors.rows[i][k] * column[k];
       }
-      column[i] = value / l.rows[i][i];
+      column[i] = unit_lower ? value : value / factors.rows[i][i];
     }
     for (unsigned long i = n; i-- > 0;) {
       double value = column[i];
       for (unsigned long k = i + 1; k < n; ++k) {
-        value -= l.rows[k][i] * column[k];
+        value -= factors.rows[i][k] * column[k];
       }
-      column[i] = value / l.rows[i][i];
+      column[i] = value / factors.rows[i][i];
     }
     for (unsigned long i = 0; i < n; ++i) {
       inverse.rows[i][c] = column[i];
@@ -77,12 +81,27 @@ Dense CholeskyInverse(Dense const& l) {
   return inverse;
 }
 
-Dense LuInverse(Dense lu, double tolerance) {
-  const unsigned long n = lu.row_count;
+std::vector<unsigned long> Identity(unsigned long n) {
   std::vector<unsigned long> order(n);
   for (unsigned long i = 0; i < n; ++i) {
     order[i] = i;
   }
+  return order;
+}
+
+// a = L Lt: Lt is L mirrored into the upper triangle, which Cholesky leaves zero.
+Dense CholeskyInverse(Dense l) {
+  for (unsigned long i = 0; i < l.row_count; ++i) {
+    for (unsigned long k = 0; k < i; ++k) {
+      l.rows[k][i] = l.rows[i][k];
+    }
+  }
+  return InverseFromFactors(l, false, Identity(l.row_count));
+}
+
+Dense LuInverse(Dense lu, double tolerance) {
+  const unsigned long n = lu.row_count;
+  std::vector<unsigned long> order = Identity(n);
   for (unsigned long k = 0; k < n; ++k) {
     unsigned long pivot_row = k;
     for (unsigned long i = k + 1; i < n; ++i) {
@@ -104,29 +123,7 @@ Dense LuInverse(Dense lu, double tolerance) {
       }
     }
   }
-  Dense inverse(n, n, 0.0);
-  std::vector<double> column(n);
-  for (unsigned long c = 0; c < n; ++c) {
-    // P a = L U: L y = P e_c, then U x = y.
-    for (unsigned long i = 0; i < n; ++i) {
-      double value = order[i] == c ? 1.0 : 0.0;
-      for (unsigned long k = 0; k < i; ++k) {
-        value -= lu.rows[i][k] * column[k];
-      }
-      column[i] = value;
-    }
-    for (unsigned long i = n; i-- > 0;) {
-      double value = column[i];
-      for (unsigned long k = i + 1; k < n; ++k) {
-        value -= lu.rows[i][k] * column[k];
-      }
-      column[i] = value / lu.rows[i][i];
-    }
-    for (unsigned long i = 0; i < n; ++i) {
-      inverse.rows[i][c] = column[i];
-    }
-  }
-  return inverse;
+  return InverseFromFactors(lu, true, order);
 }
 
 }  // namespace
@@ -151,7 +148,7 @@ Matrix<T> Matrix<T>::Inverse() const {
   if (IsSymmetric(*this)) {
     Matrix l(n, n, T());
     if (Cholesky(*this, tolerance, l)) {
-      return CholeskyInverse(l);
+      return CholeskyInverse(std::move(l));
     }
   }
   return LuInverse(*this, tolerance);

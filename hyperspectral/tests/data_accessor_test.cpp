@@ -493,30 +493,94 @@ TEST_F(DataAccessorTest, RestartsKeepEarlierCoefficientsFromUse) {
 
 // --- Pixel and band ranges ------------------------------------------------------------------
 
-TEST_F(DataAccessorTest, EveryReadTestsItsPixelsFirst) {
+// An unknown sample type is refused first and leaves the accessor busy; then a pixel or a band
+// outside the image, the accessor running again and nothing read. GetSpectrum tests its pixel
+// before anything else; an empty list reads nothing, whatever the band.
+TEST(DataAccessorRanges, SampleTypeFirstThenPixelsThenBand) {
+  using Read = std::function<std::size_t(const DataAccessor&, const Pixel&)>;
+  const Read spectrum = [](const DataAccessor& a, const Pixel& p) {
+    return a.GetSpectrum(p).size();
+  };
+  const Read spectrums = [](const DataAccessor& a, const Pixel& p) {
+    return a.GetSpectrums({{1, 1}, {2, 2}, p, {0, 1}}).size();
+  };
+  const Read band_at = [](const DataAccessor& a, const Pixel& p) {
+    return a.GetBand({{1, 1}, p}, 0).size();
+  };
+  const Read band_5 = [](const DataAccessor& a, const Pixel&) {
+    return a.GetBand({{1, 1}}, 5).size();
+  };
+  const Read no_pixel = [](const DataAccessor& a, const Pixel&) {
+    return a.GetSpectrums({}).size();
+  };
+  const Read no_pixel_band_5 = [](const DataAccessor& a, const Pixel&) {
+    return a.GetBand({}, 5).size();
+  };
+  const auto kRunning = StatedObject::OS_RUNNING;
+  const auto kBusyState = StatedObject::OS_BUSY;
+  const std::uint32_t kKnown = BandImageDataFormat::kUnsignedShort;
+  struct Case {
+    std::uint32_t data_type;
+    Read read;
+    const char* error;  // none: the read returns no value
+    StatedObject::eObjectState state;
+  };
+  const std::vector<Case> cases = {{kKnown, spectrum, "out of range pixel", kRunning},
+                                   {kKnown, spectrums, "out of range pixel", kRunning},
+                                   {kKnown, band_at, "out of range pixel", kRunning},
+                                   {kKnown, band_5, "out of range band", kRunning},
+                                   {kKnown, no_pixel, nullptr, kRunning},
+                                   {kKnown, no_pixel_band_5, nullptr, kRunning},
+                                   {0, spectrum, "out of range pixel", kRunning},
+                                   {0, spectrums, kUnexpectedType, kBusyState},
+                                   {15, band_at, kUnexpectedType, kBusyState},
+                                   {0, band_5, kUnexpectedType, kBusyState},
+                                   {15, no_pixel, kUnexpectedType, kBusyState},
+                                   {0, no_pixel_band_5, kUnexpectedType, kBusyState}};
+  const int w = static_cast<int>(kWidth);
+  const int h = static_cast<int>(kHeight);
+  const CorrectionMatrix matrix = MakeMatrix(3, 5);
+  for (std::size_t c = 0; c < cases.size(); ++c) {
+    for (const Pixel& bad :
+         std::vector<Pixel>{{-1, 0}, {w, 0}, {0, h}, {0, -1}, {w, h}, {-1, -1}}) {
+      SCOPED_TRACE("case " + std::to_string(c) + ", pixel " + std::to_string(bad.first) + ", " +
+                   std::to_string(bad.second));
+      EditableCube cube(MakeFormat(kKnown, 0, 5));
+      FillWithRawSamples(cube);
+      cube.GetDataInfo().is_normalised = true;
+      cube.EditFormat().scale = kScale;
+      DataAccessor accessor(&cube);
+      accessor.SetCorrectionMatrix(&matrix);
+      accessor.Start();
+      const Spectrum first = accessor.GetSpectrum({0, 0});
+      cube.EditFormat().data_type = cases[c].data_type;
+      const Case& test = cases[c];
+      if (test.error == nullptr) {
+        EXPECT_EQ(test.read(accessor, bad), 0u);
+      } else if (test.state == kBusyState) {
+        EXPECT_THAT([&] { test.read(accessor, bad); }, LogicError(test.error));
+      } else {
+        EXPECT_THAT([&] { test.read(accessor, bad); }, RuntimeError(test.error));
+      }
+      EXPECT_EQ(accessor.GetObjectState(), test.state);
+      if (test.state == kRunning) {
+        // Nothing was read: the latest correction is still that of the first read.
+        Spectrum latest{0.0};
+        accessor.CorrectSpectrum(latest);
+        EXPECT_EQ(latest, first);
+      }
+    }
+  }
+}
+
+TEST_F(DataAccessorTest, ReadsReachTheImagesLastPixel) {
   // GetSpectrum tests before the lock and the state.
   EXPECT_THAT([&] { accessor.GetSpectrum({-1, 0}); }, RuntimeError("out of range pixel"));
   StartCorrecting();
-  const Spectrum first = accessor.GetSpectrum({0, 0});
   const int w = static_cast<int>(kWidth);
   const int h = static_cast<int>(kHeight);
-  for (const Pixel& bad : std::vector<Pixel>{{-1, 0}, {w, 0}, {0, h}, {0, -1}, {w, h}, {-1, -1}}) {
-    SCOPED_TRACE(std::to_string(bad.first) + ", " + std::to_string(bad.second));
-    EXPECT_THAT([&] { accessor.GetSpectrum(bad); }, RuntimeError("out of range pixel"));
-    const std::vector<Pixel> pixels = {{1, 1}, {2, 2}, bad, {0, 1}};
-    EXPECT_THAT([&] { accessor.GetSpectrums(pixels); }, RuntimeError("out of range pixel"));
-    EXPECT_THAT([&] { accessor.GetBand({{1, 1}, bad}, 0); }, RuntimeError("out of range pixel"));
-  }
-  EXPECT_THAT([&] { accessor.GetBand({{1, 1}}, 5); }, RuntimeError("out of range band"));
-  // Nothing was read: the latest correction is still that of the first read, and reads go on.
-  EXPECT_EQ(accessor.GetObjectState(), StatedObject::OS_RUNNING);
-  Spectrum latest{0.0};
-  accessor.CorrectSpectrum(latest);
-  EXPECT_EQ(latest, first);
   ExpectNear(accessor.GetSpectrum({w - 1, h - 1}), Corrected(matrix, {w - 1, h - 1}, 5));
-  EXPECT_TRUE(accessor.GetSpectrums({}).empty());
   EXPECT_EQ(accessor.GetSpectrums({{w - 1, h - 1}}).size(), 1u);
-  EXPECT_TRUE(accessor.GetBand({}, 0).empty());
   EXPECT_EQ(
       accessor.GetBand({{w - 1, h - 1}, {0, 0}}, 4),
       (Spectrum{RawSample(kWidth - 1, kHeight - 1, 4) / kScale, RawSample(0, 0, 4) / kScale}));

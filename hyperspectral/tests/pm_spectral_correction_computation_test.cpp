@@ -55,13 +55,18 @@ using ::testing::ThrowsMessage;
 
 const double kPi = std::acos(-1.0);
 
-// Reaches what the module keeps to itself: its lock, the response lookup and the former solver.
+// Reaches what the module keeps to itself: its lock, the response lookup, the former solver and
+// the rows for ready-made filters.
 class Probe : public Module {
  public:
   using Module::_ComputeCorrectionCoefficients_TikhonovInverse;
   using Module::_GetResponse;
   using Module::Module;
   boost::mutex& Mutex() { return _GetMutex(); }
+  void ReadyMadeMatrix(Matrix<double>& matrix, const std::vector<ColumnVector<double>>& filters,
+                       const std::vector<PeakInfo>& peaks) {
+    _ComputeCorrectionMatrix(matrix, filters, peaks);
+  }
 };
 
 ColumnVector<double> Column(const std::vector<double>& values) {
@@ -232,7 +237,7 @@ class SpectralCorrectionRandomResponses : public ::testing::Test {
   }
 
   Module::InitializationData data;
-  Module module;
+  Probe module;
 };
 
 TEST_F(SpectralCorrectionRandomResponses, ReadyMadeFilterGivesTheNormalEquationSolution) {
@@ -243,6 +248,74 @@ TEST_F(SpectralCorrectionRandomResponses, ReadyMadeFilterGivesTheNormalEquationS
     value = uniform(generator);
   }
   ExpectClose(Coefficients(module, filter), Solve(filter));
+}
+
+// Ready-made filters on the wavelengths, or on a longer grid whose range holds the wavelengths'
+// samples: each row solves the normal equations of those samples, by the factorisation and by the
+// per-filter inverse alike. A filter of neither length is refused.
+TEST_F(SpectralCorrectionRandomResponses, ReadyMadeFiltersOnTheGridOrInTheRange) {
+  std::mt19937 generator(7);
+  std::uniform_real_distribution<double> uniform(0.0, 1.0);
+  std::vector<std::vector<double>> on_grid(3, std::vector<double>(kSamples));
+  for (auto& filter : on_grid) {
+    for (double& value : filter) {
+      value = uniform(generator);
+    }
+  }
+  // 5 samples before the wavelengths' and 2 after, which a range of [5, 606) leaves out.
+  const auto padded = [](std::vector<double> filter) {
+    filter.insert(filter.begin(), 5, 7.0);
+    filter.insert(filter.end(), 2, -3.0);
+    return filter;
+  };
+  struct Case {
+    unsigned long first;
+    unsigned long last;
+    bool pad;
+    const char* error;  // none: the rows solve on_grid
+  };
+  const std::vector<Case> cases = {
+      {0, 0, false, nullptr},
+      {5, 606, true, nullptr},
+      {5, 606, false, nullptr},
+      {0, 0, true, "the virtual filter has 608 samples for 601 wavelengths"},
+      {4, 606, true,
+       "the virtual filter has 608 samples for 601 wavelengths and the range [4, 606)"},
+      {8, 609, true,
+       "the virtual filter has 608 samples for 601 wavelengths and the range [8, 609)"}};
+  const std::vector<PeakInfo> peaks(on_grid.size());
+  LogCapture log;
+  for (const Case& test : cases) {
+    SCOPED_TRACE(std::to_string(test.first) + ", " + std::to_string(test.last) +
+                 (test.pad ? ", padded" : ""));
+    module.SetFilterRange(test.first, test.last);
+    std::vector<ColumnVector<double>> filters;
+    for (const auto& filter : on_grid) {
+      filters.push_back(Column(test.pad ? padded(filter) : filter));
+    }
+    Matrix<double> matrix;
+    RowVector<double> inverted;
+    if (test.error != nullptr) {
+      EXPECT_THAT([&] { module.ReadyMadeMatrix(matrix, filters, peaks); },
+                  ThrowsMessage<std::invalid_argument>(StrEq(test.error)));
+      EXPECT_THAT(
+          [&] { module._ComputeCorrectionCoefficients_TikhonovInverse(inverted, filters[0], {}); },
+          ThrowsMessage<std::invalid_argument>(StrEq(test.error)));
+      continue;
+    }
+    module.ReadyMadeMatrix(matrix, filters, peaks);
+    ASSERT_EQ(matrix.row_count, on_grid.size());
+    for (unsigned long p = 0; p < on_grid.size(); ++p) {
+      const Eigen::VectorXd expected = Solve(on_grid[p]);
+      ExpectClose(Row(matrix, p), expected);
+      module._ComputeCorrectionCoefficients_TikhonovInverse(inverted, filters[p], PeakInfo());
+      ExpectClose(Values(inverted), expected);
+    }
+  }
+  EXPECT_THAT([&] { module.SetFilterRange(3, 1); }, ::testing::Throws<std::invalid_argument>());
+  Matrix<double> matrix;
+  EXPECT_THAT([&] { module.ReadyMadeMatrix(matrix, {}, peaks); },
+              ThrowsMessage<std::invalid_argument>(StrEq("0 virtual filters for 3 peaks")));
 }
 
 TEST_F(SpectralCorrectionRandomResponses, PeakShapeChoosesTheTarget) {

@@ -17,6 +17,7 @@
 #include <kelto/hyperspectral/correction/spline_interpolation.h>
 
 #include "../foundation/fail.h"
+#include "../foundation/gaussian_kernel.h"
 
 namespace kelto::hyperspectral {
 
@@ -200,6 +201,16 @@ void PM_SpectralCorrectionComputation::_Reset() {}
 // ---------------------------------------------------------------------------------------------
 // Computations
 
+void PM_SpectralCorrectionComputation::SetFilterRange(unsigned long first, unsigned long last) {
+  const Lock lock(_GetMutex());
+  if (last < first) {
+    Fail<std::invalid_argument>("the filter range ends at " + std::to_string(last) +
+                                " before its first sample " + std::to_string(first));
+  }
+  range_first_ = first;
+  range_last_ = last;
+}
+
 void PM_SpectralCorrectionComputation::ComputeCorrectionCoefficients(
     RowVector<double>& coefficients, const ColumnVector<double>& virtual_filter,
     const PeakInfo& peak) {
@@ -314,6 +325,21 @@ void PM_SpectralCorrectionComputation::_ComputeCorrectionMatrix(
   }
 }
 
+void PM_SpectralCorrectionComputation::_ComputeCorrectionMatrix(
+    Matrix<double>& matrix, const std::vector<ColumnVector<double>>& filters,
+    const std::vector<PeakInfo>& peaks) {
+  if (filters.size() < peaks.size()) {
+    Fail<std::invalid_argument>(std::to_string(filters.size()) + " virtual filters for " +
+                                std::to_string(peaks.size()) + " peaks");
+  }
+  const unsigned long bands = _GetFunction().dimension;
+  matrix = Matrix<double>(peaks.size(), bands, 0.0);
+  for (unsigned long p = 0; p < peaks.size(); ++p) {
+    RowVector<double> row(matrix.rows[p], matrix.rows[p] + bands, false);
+    _ComputeCorrectionCoefficients(row, filters[p], peaks[p]);
+  }
+}
+
 // Neighbouring virtual filters should not jump: each row becomes a Gaussian-weighted mean of all
 // rows, the weights by wavelength distance of the peaks (not by row distance), normalised to sum 1.
 void PM_SpectralCorrectionComputation::_FilterCorrectionMatrix(
@@ -321,33 +347,34 @@ void PM_SpectralCorrectionComputation::_FilterCorrectionMatrix(
   if (smoothing_fwhm_nm_ == 0.0) {
     return;
   }
-  const unsigned long n = peaks.size();
-  Matrix<double> kernel(n, n, 0.0);
-  const common::GaussDistribution gauss;
-  const double p2 = gauss.FWHMToParam(smoothing_fwhm_nm_);
-  for (unsigned long i = 0; i < n; ++i) {
-    double sum = 0.0;
-    for (unsigned long j = 0; j < n; ++j) {
-      kernel.rows[i][j] = gauss(peaks[i].wavelength, p2, 1.0, peaks[j].wavelength);
-      sum += kernel.rows[i][j];
-    }
-    const double factor = 1.0 / sum;
-    for (unsigned long j = 0; j < n; ++j) {
-      kernel.rows[i][j] *= factor;
-    }
+  std::vector<double> wavelengths;
+  wavelengths.reserve(peaks.size());
+  for (const PeakInfo& peak : peaks) {
+    wavelengths.push_back(peak.wavelength);
   }
+  const Matrix<double> kernel = GaussianKernel(wavelengths, smoothing_fwhm_nm_);
   matrix = kernel.Multiply(matrix);
 }
 
 const ColumnVector<double>& PM_SpectralCorrectionComputation::_ProjectFilter(
     const ColumnVector<double>& virtual_filter) {
   CorrectionFunction& function = _GetFunction();
-  if (virtual_filter.size != wavelengths_.size) {
+  const bool range_set = range_last_ > range_first_;
+  if (virtual_filter.size == wavelengths_.size) {
+    function.SetVirtualFilter(virtual_filter);
+  } else if (range_set && range_last_ <= virtual_filter.size &&
+             range_last_ - range_first_ == wavelengths_.size) {
+    // A view, read only: the function copies what it keeps.
+    double* first = const_cast<double*>(virtual_filter.data) + range_first_;
+    function.SetVirtualFilter(ColumnVector<double>(first, first + wavelengths_.size, false));
+  } else {
     Fail<std::invalid_argument>("the virtual filter has " + std::to_string(virtual_filter.size) +
                                 " samples for " + std::to_string(wavelengths_.size) +
-                                " wavelengths");
+                                " wavelengths" +
+                                (range_set ? " and the range [" + std::to_string(range_first_) +
+                                                 ", " + std::to_string(range_last_) + ")"
+                                           : std::string()));
   }
-  function.SetVirtualFilter(virtual_filter);
   return function.GetProjectedFilter();
 }
 

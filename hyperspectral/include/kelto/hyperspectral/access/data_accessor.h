@@ -53,11 +53,13 @@ class KELTO_HYPERSPECTRAL_EXPORT DataAccessor : public common::ControllerModule 
   // "Unexpected output data type." and leaves the accessor busy: it refuses further reads until
   // it is stopped.
   std::vector<double> GetSpectrum(const Pixel& pixel) const;
-  // GetSpectrum of each pixel, in order, under one lock. Every pixel is tested before the image
-  // is touched.
+  // GetSpectrum of each pixel, in order, under one lock. The sample type is tested first (as in
+  // GetSpectrum), then every pixel before the image is touched: "out of range pixel" leaves the
+  // accessor running.
   std::vector<std::vector<double>> GetSpectrums(const std::vector<Pixel>& pixels) const;
-  // One band of the image (never corrected), scaled, fill values kept; pixels and band are tested
-  // first ("out of range pixel", "out of range band").
+  // One band of the image (never corrected), scaled, fill values kept. The sample type is tested
+  // first, then pixels and band ("out of range pixel", "out of range band", the accessor left
+  // running); an empty list gives an empty vector, whatever the band.
   std::vector<double> GetBand(const std::vector<Pixel>& pixels, const unsigned long& band) const;
   // Replaces spectrum with the result of the latest correction made by GetSpectrum or
   // GetSpectrums; the values passed in are not used. Does nothing to an empty spectrum; throws
@@ -80,12 +82,19 @@ class KELTO_HYPERSPECTRAL_EXPORT DataAccessor : public common::ControllerModule 
   void _Stop() override {}
 
  private:
+  // The image's sample table, resolved once per read.
+  struct SampleTable;
+  // The lock and the busy state of one read.
+  class ReadBracket;
+
   template <typename T>
-  std::vector<double> _GetSpectrum(const Pixel& pixel) const;
+  std::vector<double> _GetSpectrum(const SampleTable& table, const Pixel& pixel) const;
   template <typename T>
-  std::vector<double> _GetBandData(const std::vector<Pixel>& pixels,
+  std::vector<double> _GetBandData(const SampleTable& table, const std::vector<Pixel>& pixels,
                                    const unsigned long& band) const;
-  std::vector<double> _ProcessSpectrum(const std::vector<double>& raw) const;
+  // Scaled where the image is normalised, then corrected where correct (_CorrectionApplies, asked
+  // once per read) and the length fits the coefficients.
+  std::vector<double> _ProcessSpectrum(std::vector<double> raw, bool correct) const;
   std::vector<double> _ApplySpectralCorrection(const std::vector<double>& spectrum) const;
   // Whether spectra are corrected: a hypercube not corrected yet, a matrix, and coefficients.
   bool _CorrectionApplies() const;

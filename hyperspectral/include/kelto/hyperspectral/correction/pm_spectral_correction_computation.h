@@ -100,7 +100,8 @@ class KELTO_HYPERSPECTRAL_EXPORT PM_SpectralCorrectionComputation
   explicit PM_SpectralCorrectionComputation(const Parameters& parameters);
   ~PM_SpectralCorrectionComputation() override;
 
-  // The coefficients, one per band, for a ready-made filter with one value per wavelength
+  // The coefficients, one per band, for a ready-made filter with one value per wavelength, or on a
+  // longer grid whose samples [first, last) of SetFilterRange lie on the wavelengths
   // (std::invalid_argument otherwise). A row view of the right size stays a view and receives the
   // values; anything else gets an owned array of the band count.
   void ComputeCorrectionCoefficients(datatypes::RowVector<double>& coefficients,
@@ -114,6 +115,11 @@ class KELTO_HYPERSPECTRAL_EXPORT PM_SpectralCorrectionComputation
   // peaks' wavelengths.
   void ComputeCorrectionMatrix(datatypes::Matrix<double>& matrix,
                                const std::vector<PeakInfo>& peaks);
+
+  // The samples [first, last) of a ready-made filter that are the wavelengths' own, for filters
+  // given on a longer grid; they must be as many as the wavelengths when used. (0, 0), the
+  // default, takes every filter to be on the wavelengths. std::invalid_argument if last < first.
+  void SetFilterRange(unsigned long first, unsigned long last);
 
   // Per band of the responses: the sample index and value of its highest response, the earliest
   // on a tie, (0, 0.0) for a band without a positive value.
@@ -146,6 +152,11 @@ class KELTO_HYPERSPECTRAL_EXPORT PM_SpectralCorrectionComputation
   void _ComputeCorrectionCoefficients_TikhonovInverse(
       datatypes::RowVector<double>& coefficients,
       const datatypes::ColumnVector<double>& virtual_filter, const PeakInfo& peak);
+  // One row per peak for ready-made filters, filters[p] for peaks[p], without smoothing. No
+  // public operation leads here. std::invalid_argument when there are fewer filters than peaks.
+  void _ComputeCorrectionMatrix(datatypes::Matrix<double>& matrix,
+                                const std::vector<datatypes::ColumnVector<double>>& filters,
+                                const std::vector<PeakInfo>& peaks);
   // Factors A for the present alpha, replacing what there was. std::runtime_error when A is
   // singular; see the class comment.
   void _FactorTikhonov();
@@ -165,7 +176,8 @@ class KELTO_HYPERSPECTRAL_EXPORT PM_SpectralCorrectionComputation
   void _FilterCorrectionMatrix(datatypes::Matrix<double>& matrix,
                                const std::vector<PeakInfo>& peaks) const;
 
-  // F v of the present function for virtual_filter, which must have one value per wavelength.
+  // F v of the present function for virtual_filter, which must have one value per wavelength, or
+  // hold them at the filter range.
   const datatypes::ColumnVector<double>& _ProjectFilter(
       const datatypes::ColumnVector<double>& virtual_filter);
   // (F Ft + alpha^2 I)^-1 of the present function.
@@ -181,6 +193,9 @@ class KELTO_HYPERSPECTRAL_EXPORT PM_SpectralCorrectionComputation
   double lower_variation_ = 0.0;
   double tikhonov_alpha_ = 0.0;
   double smoothing_fwhm_nm_ = 0.0;
+  // The filter range; both 0 when none is set.
+  unsigned long range_first_ = 0;
+  unsigned long range_last_ = 0;
 
   // Only between Initialize and Deallocate.
   std::unique_ptr<CorrectionFunction> function_;
