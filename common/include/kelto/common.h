@@ -14,7 +14,8 @@
 //   their whole length. A module's SetParameters, Initialize and Deallocate take no lock; call them
 //   from the thread that drives the module. A module owns its children.
 // - The Logger's sink is process-wide and called under one lock, so any thread may log.
-// - Misuse in code is a standard exception with a literal text; a library never ends the process.
+// - Misuse in code is a standard exception with a literal text. No file that a program hands to
+//   the family ends the process.
 // Translator (kelto/common/translator.h) is the libraries' own tool for enumeration texts and is
 // not included here.
 #pragma once

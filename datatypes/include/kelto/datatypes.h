@@ -3,10 +3,10 @@
 //
 // How these types behave (the family's general rules stand in <kelto/common.h>): none has a lock.
 // An object may be read by several threads at once while no thread changes it, and is changed by
-// one thread at a time. A Hypercube owns its samples, a format owns copies of its band
-// descriptions, a Matrix owns its rows. A Vector (and so a RowVector or ColumnVector) is either
-// owning or a view of elements that someone else owns and keeps alive; the band storages point
-// into their image's memory and check no position.
+// one thread at a time. A Hypercube owns its samples and a format owns copies of its band
+// descriptions. A Vector (and so a RowVector or ColumnVector) or a Matrix either owns its elements
+// or views elements that someone else owns and keeps alive; a copy always owns. The band storages
+// point into their image's memory and check no position.
 #pragma once
 
 #include <kelto/common.h>

@@ -3,7 +3,8 @@
 // How the library's classes behave (the family's general rules stand in <kelto/common.h>):
 // - Calibration, optics and parameter records are plain values with no lock; a record belongs to
 //   one thread at a time. SensorCalibration owns everything beneath it by value, down to the peaks
-//   of each band. The one exception is FilterZone::Create, whose new zone the caller deletes.
+//   of each band. Only FilterZone::Create hands over a new object, which the caller deletes; a
+//   pointer that a lookup returns (GetSensorProduct) points into the record it searched.
 // - A record reports a file's problems as events in the ParsingResult and reads on. ReadFile and
 //   its siblings throw only when the caller asks through the ParsingResult (throw_on_error); a
 //   ReadXML called on a node of the caller's own can also let through the std::invalid_argument
