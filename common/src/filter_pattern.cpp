@@ -1,38 +1,35 @@
 #include <kelto/common/filter_pattern.h>
 
+#include <kelto/common/translator.h>
+
 namespace kelto::common {
 
 namespace {
 
-struct Name {
-  FilterPattern::eType type;
-  const char* text;
+class FilterPatternTranslator : public Translator<FilterPattern::eType> {
+ public:
+  FilterPatternTranslator() {
+    Register("Unknown", FilterPattern::Unknown);
+    Register("QL100", FilterPattern::QL100);
+    Register("QL150", FilterPattern::QL150);
+    Register("TZT32", FilterPattern::TZT32);
+    Register("MZT3x3", FilterPattern::MZT3x3);
+    Register("MZT4x4", FilterPattern::MZT4x4);
+    Register("MZT5x5", FilterPattern::MZT5x5);
+    Register("DUAL_MZT", FilterPattern::DUAL_MZT);
+  }
 };
 
-constexpr Name kNames[] = {
-    {FilterPattern::Unknown, "Unknown"}, {FilterPattern::QL100, "QL100"},
-    {FilterPattern::QL150, "QL150"},     {FilterPattern::TZT32, "TZT32"},
-    {FilterPattern::MZT3x3, "MZT3x3"},   {FilterPattern::MZT4x4, "MZT4x4"},
-    {FilterPattern::MZT5x5, "MZT5x5"},   {FilterPattern::DUAL_MZT, "DUAL_MZT"}};
+const FilterPatternTranslator fpt;
 
 }  // namespace
 
 std::string FilterPattern::ToString(const eType& type) {
-  for (const Name& name : kNames) {
-    if (name.type == type) {
-      return name.text;
-    }
-  }
-  return "Unknown";
+  return fpt.TextOr(type, fpt.TextOf(Unknown));
 }
 
 FilterPattern::eType FilterPattern::FromString(const std::string& text) {
-  for (const Name& name : kNames) {
-    if (text == name.text) {
-      return name.type;
-    }
-  }
-  return Unknown;
+  return fpt.ValueOr(text, Unknown);
 }
 
 }  // namespace kelto::common

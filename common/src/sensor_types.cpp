@@ -1,37 +1,31 @@
 #include <kelto/common/sensor_types.h>
 
+#include <kelto/common/translator.h>
+
 namespace kelto::common {
 
 namespace {
 
-struct Name {
-  SensorTypes::eType type;
-  const char* text;
+class SensorTypesTranslator : public Translator<SensorTypes::eType> {
+ public:
+  SensorTypesTranslator() {
+    Register("Unknown", SensorTypes::Unknown);
+    Register("VKR9", SensorTypes::VKR9);
+    Register("GENERIC", SensorTypes::GENERIC);
+    Register("TEM480", SensorTypes::TEM480);
+  }
 };
 
-constexpr Name kNames[] = {{SensorTypes::Unknown, "Unknown"},
-                           {SensorTypes::VKR9, "VKR9"},
-                           {SensorTypes::GENERIC, "GENERIC"},
-                           {SensorTypes::TEM480, "TEM480"}};
+const SensorTypesTranslator stt;
 
 }  // namespace
 
 std::string SensorTypes::ToString(const eType& type) {
-  for (const Name& name : kNames) {
-    if (name.type == type) {
-      return name.text;
-    }
-  }
-  return "Unknown";
+  return stt.TextOr(type, stt.TextOf(Unknown));
 }
 
 SensorTypes::eType SensorTypes::FromString(const std::string& text) {
-  for (const Name& name : kNames) {
-    if (text == name.text) {
-      return name.type;
-    }
-  }
-  return Unknown;
+  return stt.ValueOr(text, Unknown);
 }
 
 }  // namespace kelto::common

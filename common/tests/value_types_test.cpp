@@ -1,15 +1,21 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <limits>
+#include <map>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include <kelto/common/filter_pattern.h>
 #include <kelto/common/filter_response.h>
 #include <kelto/common/matrix.h>
+#include <kelto/common/property_container.h>
 #include <kelto/common/sensor_types.h>
 #include <kelto/common/spectrum.h>
+#include <kelto/common/translator.h>
 
 namespace kelto::common {
 namespace {
@@ -97,6 +103,65 @@ TEST(FilterResponse, CopiesBothArrays) {
   const FilterResponse empty(nullptr, nullptr, 0, 1);
   EXPECT_TRUE(empty.response.empty());
   EXPECT_THROW(FilterResponse(nullptr, wavelengths.data(), 3, 0), std::invalid_argument);
+}
+
+enum eColour : std::int32_t { RED = 0, GREEN = 1, BLUE = 2 };
+
+TEST(Translator, LooksUpBothWaysStrictlyOrWithAFallback) {
+  const auto invalid = [](const std::string& text) {
+    return ::testing::ThrowsMessage<std::invalid_argument>(::testing::StrEq(text));
+  };
+  Translator<eColour> colours;
+  colours.Register("red", RED);
+  colours.Register("green", GREEN);
+  EXPECT_EQ(GREEN, colours.ValueOf("green"));
+  EXPECT_EQ("red", colours.TextOf(RED));
+  EXPECT_THAT([&] { colours.ValueOf("blue"); }, invalid("Key does not exist."));
+  EXPECT_THAT([&] { colours.TextOf(BLUE); }, invalid("Value does not exist."));
+  EXPECT_EQ(BLUE, colours.ValueOr("Red", BLUE));
+  EXPECT_EQ(RED, colours.ValueOr("red", BLUE));
+  EXPECT_EQ("none", colours.TextOr(BLUE, "none"));
+  EXPECT_EQ("green", colours.TextOr(GREEN, "none"));
+
+  // A duplicate text is ignored whole; a second text of a value becomes its text.
+  colours.Register("red", BLUE);
+  EXPECT_EQ(RED, colours.ValueOf("red"));
+  EXPECT_EQ("none", colours.TextOr(BLUE, "none"));
+  colours.Register("crimson", RED);
+  EXPECT_EQ(RED, colours.ValueOf("red"));
+  EXPECT_EQ(RED, colours.ValueOf("crimson"));
+  EXPECT_EQ("crimson", colours.TextOf(RED));
+}
+
+TEST(Translator, KeepsItsLinksValidAsItGrows) {
+  // Enough entries to rebalance the trees many times over; every link must still reach the key
+  // of its partner.
+  Translator<std::int32_t, std::wstring> numbers;
+  for (std::int32_t i = 0; i < 500; ++i) {
+    numbers.Register(std::to_wstring(i * 7919 % 500), i);
+  }
+  for (std::int32_t i = 0; i < 500; ++i) {
+    const std::wstring text = std::to_wstring(i * 7919 % 500);
+    ASSERT_EQ(i, numbers.ValueOf(text));
+    ASSERT_EQ(text, numbers.TextOf(i));
+  }
+}
+
+TEST(PropertyContainer, StoresReplacesAndRemovesByExactNameAndCopiesDeeply) {
+  PropertyContainer properties;
+  properties.SetProperty("unit", "DN");
+  properties.SetProperty("origin", "dark frame");
+  properties.SetProperty("unit", "W/m2");
+  EXPECT_EQ(properties.GetProperty("unit"), "W/m2");
+  EXPECT_FALSE(properties.HasProperty("Unit"));
+  EXPECT_EQ(properties.GetProperty("Unit", "none"), "none");
+
+  const PropertyContainer copy = properties;
+  EXPECT_TRUE(properties.RemoveProperty("origin"));
+  EXPECT_FALSE(properties.RemoveProperty("origin"));
+  EXPECT_EQ(properties.GetProperties(), (std::map<std::string, std::string>{{"unit", "W/m2"}}));
+  EXPECT_EQ(copy.GetProperties(),
+            (std::map<std::string, std::string>{{"origin", "dark frame"}, {"unit", "W/m2"}}));
 }
 
 }  // namespace

@@ -62,9 +62,11 @@ TEST(BandImageDataFormat, SampleSizeFollowsTheTypeTable) {
 TEST(BandImageDataFormat, BandsAreCopiesThatKeepTheirType) {
   BandImageDataFormat format;
   HypercubeBandInfo band("green", 550.0, 15.0);
+  band.SetProperty("unit", "DN");
   format.AddBand(band);
   format.AddBand(BandInfo("plain"));
   band.name = "changed afterwards";
+  band.SetProperty("unit", "changed afterwards");
 
   ASSERT_EQ(format.GetNrOfBands(), 2UL);
   ASSERT_EQ(format.GetBands().size(), 2UL);
@@ -72,6 +74,7 @@ TEST(BandImageDataFormat, BandsAreCopiesThatKeepTheirType) {
   EXPECT_EQ(first.name, "green");
   EXPECT_EQ(first.wavelength_nm, 550.0);
   EXPECT_EQ(first.fwhm_nm, 15.0);
+  EXPECT_EQ(first.GetProperty("unit"), "DN");
   EXPECT_EQ(typeid(format.GetBand(1)), typeid(BandInfo));
   EXPECT_THROW(format.GetBand(2), std::out_of_range);
 

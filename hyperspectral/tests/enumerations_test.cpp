@@ -1,5 +1,4 @@
 #include <kelto/hyperspectral/foundation/enumerations.h>
-#include <kelto/hyperspectral/foundation/translator.h>
 
 #include <cstdint>
 #include <stdexcept>
@@ -113,47 +112,6 @@ TEST(Enumerations, OtherTextsGiveTheUnknownValueAndOlderNamesAreReadOnly) {
                                       CorrectionMatrixTypes::CT_REFLECTANCE);
   ExpectReadAs<CorrectionMatrixTypes>(Texts{"radiometric"}, CorrectionMatrixTypes::CT_IRRADIANCE);
   ExpectReadAs<Distributions>(Texts{"Lorentz"}, Distributions::DB_LORENTZIAN);
-}
-
-enum eColour : std::int32_t { RED = 0, GREEN = 1, BLUE = 2 };
-
-TEST(Translator, LooksUpBothWaysAndThrowsForWhatIsAbsent) {
-  Translator<eColour> colours;
-  colours.Register("red", RED);
-  colours.Register("green", GREEN);
-  EXPECT_TRUE(colours.HasKey("red"));
-  EXPECT_FALSE(colours.HasKey("blue"));
-  EXPECT_FALSE(colours.HasKey("Red"));
-  EXPECT_TRUE(colours.HasValue(GREEN));
-  EXPECT_FALSE(colours.HasValue(BLUE));
-  EXPECT_EQ(GREEN, colours.ValueOf("green"));
-  EXPECT_EQ("red", colours.TextOf(RED));
-  EXPECT_THAT([&] { colours.ValueOf("blue"); }, InvalidArgument("Key does not exist."));
-  EXPECT_THAT([&] { colours.TextOf(BLUE); }, InvalidArgument("Value does not exist."));
-
-  // A duplicate text is ignored whole; a second text of a value becomes its text.
-  colours.Register("red", BLUE);
-  EXPECT_EQ(RED, colours.ValueOf("red"));
-  EXPECT_FALSE(colours.HasValue(BLUE));
-  EXPECT_EQ("red", colours.TextOf(RED));
-  colours.Register("crimson", RED);
-  EXPECT_EQ(RED, colours.ValueOf("red"));
-  EXPECT_EQ(RED, colours.ValueOf("crimson"));
-  EXPECT_EQ("crimson", colours.TextOf(RED));
-}
-
-TEST(Translator, KeepsItsLinksValidAsItGrows) {
-  // Enough entries to rebalance the trees many times over; every link must still reach the key
-  // of its partner.
-  Translator<std::int32_t, std::wstring> numbers;
-  for (std::int32_t i = 0; i < 500; ++i) {
-    numbers.Register(std::to_wstring(i * 7919 % 500), i);
-  }
-  for (std::int32_t i = 0; i < 500; ++i) {
-    const std::wstring text = std::to_wstring(i * 7919 % 500);
-    ASSERT_EQ(i, numbers.ValueOf(text));
-    ASSERT_EQ(text, numbers.TextOf(i));
-  }
 }
 
 }  // namespace

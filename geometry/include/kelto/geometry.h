@@ -1,4 +1,8 @@
 // Everything of libkelto_geometry: shapes on the sensor and their run-length encodings.
+//
+// Shapes are plain values without a lock, read by any number of threads while none changes them.
+// A ShapeToRunLengthEncodingVisitor keeps the conversion under way, so each thread uses its own;
+// Convert returns the encoding by value.
 #pragma once
 
 #include <kelto/datatypes.h>

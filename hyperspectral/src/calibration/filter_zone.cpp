@@ -9,6 +9,7 @@
 #include <string>
 
 #include <kelto/common/read_by_version.h>
+#include <kelto/common/translator.h>
 #include <kelto/hyperspectral/calibration/calibration_info.h>
 
 #include "legacy.h"
@@ -75,28 +76,29 @@ FilterZone* FilterZone::Create(FilterZone const& zone) {
   return copy;
 }
 
-std::string FilterZone::ToString(eFilterLayout const& layout) {
-  switch (layout) {
-    case NO_FILTER:
-      return "NO_FILTER";
-    case WEDGE:
-      return "WEDGE";
-    case TILED:
-      return "TILED";
-    case MOSAIC:
-      return "MOSAIC";
+namespace {
+
+// "UNKNOWN" is written for any other value but never read back as a layout: it is no entry here.
+class FilterLayoutTranslator : public common::Translator<FilterZone::eFilterLayout> {
+ public:
+  FilterLayoutTranslator() {
+    Register("NO_FILTER", FilterZone::NO_FILTER);
+    Register("WEDGE", FilterZone::WEDGE);
+    Register("TILED", FilterZone::TILED);
+    Register("MOSAIC", FilterZone::MOSAIC);
   }
-  return "UNKNOWN";
+};
+
+const FilterLayoutTranslator flt;
+
+}  // namespace
+
+std::string FilterZone::ToString(eFilterLayout const& layout) {
+  return flt.TextOr(layout, "UNKNOWN");
 }
 
 void FilterZone::FromString(eFilterLayout& layout, std::string const& text) {
-  for (eFilterLayout candidate : {NO_FILTER, WEDGE, TILED, MOSAIC}) {
-    if (text == ToString(candidate)) {
-      layout = candidate;
-      return;
-    }
-  }
-  layout = static_cast<eFilterLayout>(-1);
+  layout = flt.ValueOr(text, static_cast<eFilterLayout>(-1));
 }
 
 unsigned long FilterZone::GetBandStepX() const {

@@ -2,9 +2,8 @@
 
 #include <cmath>
 
-#include <kelto/hyperspectral/foundation/translator.h>
-
 #include <kelto/common/read_by_version.h>
+#include <kelto/common/translator.h>
 
 namespace kelto::hyperspectral {
 
@@ -15,7 +14,7 @@ using GainModes = SensorInfo::TEM480_GainModes;
 
 namespace {
 
-class TEM480_GainModesTranslator : public Translator<GainModes::eTEM480_GainModes> {
+class TEM480_GainModesTranslator : public common::Translator<GainModes::eTEM480_GainModes> {
  public:
   TEM480_GainModesTranslator() {
     Register("unknown", GainModes::GM_UNKNOWN);
@@ -43,11 +42,11 @@ double ComputedOverallGain(int bit_depth, int full_well_capacity_e, double analo
 }  // namespace
 
 std::string GainModes::ToString(eTEM480_GainModes const& mode) {
-  return gmt.TextOf(gmt.HasValue(mode) ? mode : GM_UNKNOWN);
+  return gmt.TextOr(mode, gmt.TextOf(GM_UNKNOWN));
 }
 
 GainModes::eTEM480_GainModes GainModes::FromString(std::string const& text) {
-  return gmt.ValueOf(gmt.HasKey(text) ? text : std::string("unknown"));
+  return gmt.ValueOr(text, GM_UNKNOWN);
 }
 
 void SensorInfo::ReadXML(ParsingResult& result, _xmlNode* const& node) {

@@ -1,9 +1,11 @@
 #include <kelto/hyperspectral/foundation/enumerations.h>
 
-#include <kelto/hyperspectral/foundation/translator.h>
+#include <kelto/common/translator.h>
 
 namespace kelto::hyperspectral {
 namespace {
+
+using common::Translator;
 
 // Only the text forms registered here are ever written. Older names are mapped in FromString
 // instead, so that a file read with one is written back with the current name.
@@ -103,7 +105,7 @@ std::string CorrectionAlgorithms::ToString(const eCorrectionAlgorithm& value) {
 
 CorrectionAlgorithms::eCorrectionAlgorithm CorrectionAlgorithms::FromString(
     const std::string& text) {
-  return cat.HasKey(text) ? cat.ValueOf(text) : CA_UNKNOWN;
+  return cat.ValueOr(text, CA_UNKNOWN);
 }
 
 std::string CorrectionMatrixTypes::ToString(const eCorrectionMatrixType& value) {
@@ -118,7 +120,7 @@ CorrectionMatrixTypes::eCorrectionMatrixType CorrectionMatrixTypes::FromString(
   } else if (key == "radiometric") {
     key = ToString(CT_IRRADIANCE);
   }
-  return cmtt.HasKey(key) ? cmtt.ValueOf(key) : CT_UNKNOWN;
+  return cmtt.ValueOr(key, CT_UNKNOWN);
 }
 
 std::string Distributions::ToString(const eDistribution& value) {
@@ -130,7 +132,7 @@ Distributions::eDistribution Distributions::FromString(const std::string& text) 
   if (key == "Lorentz") {
     key = ToString(DB_LORENTZIAN);
   }
-  return dbt.HasKey(key) ? dbt.ValueOf(key) : DB_UNKNOWN;
+  return dbt.ValueOr(key, DB_UNKNOWN);
 }
 
 std::string OpticalComponents::ToString(const eType& value) {
@@ -138,7 +140,7 @@ std::string OpticalComponents::ToString(const eType& value) {
 }
 
 OpticalComponents::eType OpticalComponents::FromString(const std::string& text) {
-  return oct.HasKey(text) ? oct.ValueOf(text) : OC_UNKNOWN;
+  return oct.ValueOr(text, OC_UNKNOWN);
 }
 
 std::string RejectionFilters::ToString(const eRejectionFilters& value) {
@@ -146,7 +148,7 @@ std::string RejectionFilters::ToString(const eRejectionFilters& value) {
 }
 
 RejectionFilters::eRejectionFilters RejectionFilters::FromString(const std::string& text) {
-  return rft.HasKey(text) ? rft.ValueOf(text) : RF_CUSTOM;
+  return rft.ValueOr(text, RF_CUSTOM);
 }
 
 std::wstring InversionOptimizationAlgorithms::ToString(
@@ -156,7 +158,7 @@ std::wstring InversionOptimizationAlgorithms::ToString(
 
 InversionOptimizationAlgorithms::eInversionOptimizationAlgorithms
 InversionOptimizationAlgorithms::FromString(const std::wstring& text) {
-  return ioat.HasKey(text) ? ioat.ValueOf(text) : IOA_UNKNOWN;
+  return ioat.ValueOr(text, IOA_UNKNOWN);
 }
 
 }  // namespace kelto::hyperspectral

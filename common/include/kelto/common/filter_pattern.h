@@ -1,5 +1,6 @@
 // The families of filter arrangements that the family's sensors carry on the chip, with their
 // text forms. The filter block of a calibration and the parameter documents name them.
+// Thread-safety: the translations are read-only after load; any thread may call them.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,7 @@
 // One measured response of one band: the response curve, its wavelengths, the band's number and
 // the two strongest peaks found in it. The flat list of a calibration's filter responses, on
 // which a correction computation works, is made of these.
+// Thread-safety: a plain value without a lock, used by one thread at a time.
 #pragma once
 
 #include <vector>

@@ -1,6 +1,7 @@
 // The log of the family. Modules and records write one message at a time through a named Logger
 // or the static calls; every message ends in one process-wide sink that a host program can
 // replace (to route messages into its own log) and tests can capture.
+// Thread-safety: any thread may log; the sink is called and replaced under one process-wide lock.
 #pragma once
 
 #include <functional>

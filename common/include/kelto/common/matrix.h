@@ -1,5 +1,6 @@
 // A dense row-major matrix of doubles. Correction matrices hand their coefficients out in it:
 // the caller sizes it and then writes row r at element r times the column count of Data().
+// Thread-safety: no lock; read by many threads while none writes, written by one.
 #pragma once
 
 #include <vector>

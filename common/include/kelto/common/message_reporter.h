@@ -1,5 +1,6 @@
 // Reports errors meant for a person. A thin front of the Logger: the messages go to the Logger's
 // sink at level Error under the name "MessageReporter".
+// Thread-safety: any thread; it writes through the Logger's locked sink.
 #pragma once
 
 #include <string>

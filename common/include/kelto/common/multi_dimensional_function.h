@@ -1,5 +1,6 @@
 // Base of scalar functions of several variables with their gradient. The spectral correction
 // derives its objective from it, so that an optimiser can work on any such function.
+// Thread-safety: no lock; an object belongs to the one thread that evaluates it.
 #pragma once
 
 #include <vector>

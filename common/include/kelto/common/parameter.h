@@ -1,6 +1,7 @@
 // Self-describing parameter values: a title, description and group for people, a validation
 // criterion and a value. Modules publish their settings as these objects through their
 // ParameterContainer, so that generic editors and XML files can show, check and change them.
+// Thread-safety: no lock; parameters belong to the thread that holds their object.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,7 @@
 // The generic, self-describing form of an object's parameters: its text, its Parameter objects in
 // the order a view shows them, and the containers of its children by name. Editors fill one with
 // GetParameters, change values and hand it back through SetParameters; files store it as XML.
+// Thread-safety: no lock; a container belongs to one thread at a time.
 #pragma once
 
 #include <cstddef>

@@ -1,6 +1,7 @@
 // The bridge between a parameter structure's plain fields and their Parameter objects. Each
 // ParameterizedObject owns one translator: a link per registered field, found by the field's byte
 // distance in the structure or by title and group, and the links to its children's containers.
+// Thread-safety: no lock; guarded, where needed, by the lock of the object that owns it.
 #pragma once
 
 #include <cstdint>

@@ -2,6 +2,7 @@
 // field of the object's Parameters structure, which code reads and writes, and as a Parameter in
 // the object's ParameterTranslator, which generic editors and XML files see through a
 // ParameterContainer. A module ties the two together once, in its _SetupParameterContainer.
+// Thread-safety: no lock of its own; ControllerModule locks around it, ProcessingModule does not.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,6 @@
 // A file-system path that remembers the text it was made from. Every file the family reads or
 // writes is named by one; records, the container and the debug dumps pass them around.
+// Thread-safety: a plain value; read by many threads while none changes it.
 #pragma once
 
 #include <filesystem>

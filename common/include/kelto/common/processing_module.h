@@ -1,6 +1,8 @@
 // Base of every computing module (the PM_ classes): parameters in two halves, configuration and
 // runtime, behind one checking gate, and an initialize/deallocate cycle around the module's data.
 // A module overrides the hooks; the public operations fix their order.
+// Thread-safety: the public computations of a derived module hold its mutex; the operations here
+// (parameters, Initialize, Deallocate) take none and belong to the thread that drives the module.
 #pragma once
 
 #include <stdexcept>

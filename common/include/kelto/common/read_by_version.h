@@ -2,6 +2,7 @@
 // have a reader, what a newer version and an element without a version mean), because the file
 // history of each record differs; this helper only carries them out, the same way everywhere.
 // Used by every record of the family, and open to records of a program's own.
+// Thread-safety: keeps no state; it works on the one record being read, as its thread does.
 #pragma once
 
 #include <initializer_list>

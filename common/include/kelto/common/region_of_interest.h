@@ -1,6 +1,7 @@
 // A rectangle on the sensor in pixels, as a calibration's filter zones store their area. Read and
 // written as the child values "offset_x", "offset_y", "width" and "height"; the record that owns
 // the rectangle runs its sanity checks.
+// Thread-safety: a record without a lock; it belongs to one thread at a time.
 #pragma once
 
 #include <kelto/common/export.h>

@@ -1,5 +1,6 @@
 // The families of sensor chips that a calibration can describe, with their text forms in files.
 // The sensor block of a calibration stores one and decides by it which further fields exist.
+// Thread-safety: the translations are read-only after load; any thread may call them.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,7 @@
 // A curve over wavelength: the grid (start, end and step in nanometres), the wavelengths and the
 // values. Base of the spectra that calibrations carry, such as the rejection filter in front of a
 // sensor, which adds its own file form.
+// Thread-safety: a record without a lock; it belongs to one thread at a time.
 #pragma once
 
 #include <kelto/common/export.h>

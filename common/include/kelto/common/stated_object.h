@@ -1,6 +1,7 @@
 // The run state that controllers and processing modules carry beside their parameters.
 // ControllerModule moves it through stopped and running; a derived controller marks itself busy
 // for the length of a read by writing the member directly.
+// Thread-safety: the state is atomic, so any thread may read it while another runs an operation.
 #pragma once
 
 #include <atomic>

@@ -1,6 +1,7 @@
 // Text helpers of the family: the number forms of XML and CSV files, and wide strings. Numbers
 // are read and written independently of the process locale, so that a host program that sets a
 // locale with a decimal comma still reads and writes the same files.
+// Thread-safety: no state and no locale; safe from any thread.
 #pragma once
 
 #include <string>

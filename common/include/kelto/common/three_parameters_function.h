@@ -5,6 +5,7 @@
 // Every shape has its maximum p3 at x = p1 and falls to exactly p3 / 2 at p1 +- FWHM / 2, where
 // FWHM = ParamToFWHM(p2); FWHMToParam is its exact inverse. The width parameter must be
 // positive; the shapes do not check it, as they are evaluated millions of times in a fit.
+// Thread-safety: the shapes keep no state between calls; one object serves any number of threads.
 #pragma once
 
 #include <vector>

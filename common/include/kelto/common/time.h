@@ -1,6 +1,7 @@
 // Time stamps and dates of the family's files: calibrations stamp when a matrix was computed and
 // when a component was measured, and modules time their work. Text forms are the ISO 8601 forms,
 // read and written independently of the process locale and of the C library's time range.
+// Thread-safety: no shared state (no static buffers of the C library); safe from any thread.
 #pragma once
 
 #include <chrono>

@@ -1,6 +1,7 @@
 // CSV output of the debug dumps: modules write their intermediate vectors and matrices with these
 // so that a computation can be followed in a spreadsheet. Values are separated by ",", one row per
 // line, each with the given number of significant digits, independently of the process locale.
+// Thread-safety: no shared state; threads may write different files at once.
 #pragma once
 
 #include <vector>

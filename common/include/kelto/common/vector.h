@@ -1,6 +1,7 @@
 // A vector of doubles that reads and writes itself as one XML element with the attributes
 // "nr_elements" and "values". Older calibration files store band responses and custom correction
 // coefficients in this form, and spectra (rejection filters) hold their curves in it.
+// Thread-safety: a record without a lock; it belongs to one thread at a time.
 #pragma once
 
 #include <utility>

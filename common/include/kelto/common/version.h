@@ -1,5 +1,6 @@
 // The version of the family's libraries, as the build gave it; programs print it and records
 // may stamp it into what they write.
+// Thread-safety: a constant; safe from any thread.
 #pragma once
 
 #include <string>

@@ -2,6 +2,9 @@
 // A record walks libxml2 nodes through the static tools below, keeps one reader per historic file
 // version and one writer, and reports every problem of a file as an Event in a ParsingResult
 // instead of stopping. Files are parsed here only, safely for untrusted input.
+// Thread-safety: a record and its ParsingResult belong to one thread at a time. Parsing keeps no
+// shared state of its own (libxml2 is set up once, under std::call_once), so separate records
+// can be read in separate threads.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,7 @@
 // A multi-band image as its readers see it: a format, what is known about its contents, and a
 // band storage to read the samples through. The libraries of the family never load or keep an
 // image; they receive one from their caller.
+// Thread-safety: no lock; read by many threads while none changes the image, changed by one.
 #pragma once
 
 #include <kelto/datatypes/band_image_data_format.h>

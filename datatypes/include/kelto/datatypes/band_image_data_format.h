@@ -1,6 +1,7 @@
 // Everything needed to interpret the samples of a band image: the sample type and size, the value
 // range and scaling, the size of the image, the storage order and one description per band.
 // Readers of an image pick the C++ type of a sample by data_type.
+// Thread-safety: no lock; read by many threads while none changes it.
 #pragma once
 
 #include <cstdint>

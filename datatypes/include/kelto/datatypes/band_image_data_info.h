@@ -1,6 +1,7 @@
 // What is known about the contents of a band image beyond its format: whether its samples are
 // scaled real values and whether the spectral correction has been applied. Readers decide by these
 // flags whether to scale and correct what they read.
+// Thread-safety: plain flags without a lock, like the image that holds them.
 #pragma once
 
 #include <kelto/datatypes/export.h>

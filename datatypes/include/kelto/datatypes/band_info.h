@@ -1,20 +1,23 @@
-// The description of one band of an image: a name, and for images whose bands lie on the
-// wavelength axis the band's centre and width. A format keeps its bands as copies made by Clone,
-// so each class of this family overrides it.
+// The description of one band of an image: a name, named properties for anything else a program
+// wants to note, and for images whose bands lie on the wavelength axis the band's centre and
+// width. A format keeps its bands as copies made by Clone, so each class of this family overrides
+// it.
+// Thread-safety: plain values without a lock, like the format that holds them.
 #pragma once
 
 #include <memory>
 #include <string>
 
+#include <kelto/common/property_container.h>
 #include <kelto/datatypes/export.h>
 
 namespace kelto::datatypes {
 
-class KELTO_DATATYPES_EXPORT BandInfo {
+class KELTO_DATATYPES_EXPORT BandInfo : public common::PropertyContainer {
  public:
   BandInfo() = default;
   explicit BandInfo(std::string name_);
-  virtual ~BandInfo();
+  ~BandInfo() override;
 
   virtual std::unique_ptr<BandInfo> Clone() const;
 

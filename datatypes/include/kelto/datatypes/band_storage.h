@@ -2,6 +2,8 @@
 // that a read in an innermost loop is two or three plain loads. A reader finds the storage by
 // dynamic cast and picks the sample type from the format's data_type: the tables hold bytes, the
 // same object serves every sample type, and no position is checked.
+// Thread-safety: no lock; the tables only read the image's memory, which the image's owner
+// keeps unchanged while other threads read.
 #pragma once
 
 #include <cstring>

@@ -1,5 +1,6 @@
 // Root of the format records that travel with an image. A reader that keeps a format of its own
 // copies the image's one through Clone, which keeps the dynamic type.
+// Thread-safety: no lock; read by many threads while none changes it.
 #pragma once
 
 #include <memory>

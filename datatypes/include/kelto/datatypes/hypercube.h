@@ -1,5 +1,6 @@
 // A band image whose bands lie on the wavelength axis, holding its samples in memory. This is the
 // image that callers hand to the data access of the hyperspectral library.
+// Thread-safety: no lock; read by many threads while none writes samples or changes the format.
 #pragma once
 
 #include <memory>

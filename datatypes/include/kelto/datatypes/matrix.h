@@ -1,6 +1,7 @@
 // A dense row-major matrix with one pointer per row, so that element (i, j) is rows[i][j] and a
 // row can be handed out as a RowVector view. The spectral correction builds its response and
 // correction matrices in it; Inverse gives the explicit inverse its debug output shows.
+// Thread-safety: no lock; read by many threads while none writes, written by one.
 #pragma once
 
 #include <algorithm>

@@ -1,6 +1,7 @@
 // A set of pixels as horizontal runs, the form in which shapes select pixels of an image. Runs are
 // kept in the order they were added and are neither merged nor sorted, so a pixel added twice is
 // listed twice.
+// Thread-safety: no lock; read by many threads while none adds runs.
 #pragma once
 
 #include <utility>

@@ -1,6 +1,8 @@
 // Dense vectors of the family: an owned array or a non-owning view of someone else's elements.
 // The spectral correction reads and writes matrix rows through RowVector views and passes
 // wavelength grids and filters as ColumnVectors; the two kinds differ only by type.
+// Thread-safety: no lock; a view shares its elements with their owner, who must not change
+// them while another thread reads.
 #pragma once
 
 #include <algorithm>

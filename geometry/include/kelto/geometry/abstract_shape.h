@@ -1,6 +1,7 @@
 // Shapes on an image in pixel coordinates, and the visitor through which code that works on
 // shapes (as the conversion to run-length encodings) reaches the concrete kinds. Pixel (x, y)
 // covers the square from (x, y) to (x + 1, y + 1); its centre is (x + 0.5, y + 0.5).
+// Thread-safety: shapes have no lock; read by many threads while none changes them.
 #pragma once
 
 #include <kelto/geometry/export.h>

@@ -1,4 +1,5 @@
 // A disc, as the spot of a light source or a round sample on an image.
+// Thread-safety: a plain value; read by many threads while none changes it.
 #pragma once
 
 #include <kelto/geometry/abstract_shape.h>

@@ -1,5 +1,6 @@
 // A closed polygon of straight edges, for regions that are neither rectangles nor circles. It may
 // be concave or cross itself; inside is decided by the even-odd rule.
+// Thread-safety: a plain value; read by many threads while none changes it.
 #pragma once
 
 #include <utility>

@@ -1,4 +1,5 @@
 // An axis-parallel rectangle, the usual selection of a region of an image.
+// Thread-safety: a plain value; read by many threads while none changes it.
 #pragma once
 
 #include <kelto/geometry/abstract_shape.h>

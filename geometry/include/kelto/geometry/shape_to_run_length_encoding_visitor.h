@@ -6,6 +6,7 @@
 // and bottom ones, so that shapes sharing an edge share no pixel and a rectangle on whole pixel
 // coordinates covers exactly its area. A circle includes its boundary, so that it stays symmetric
 // about its centre. Runs come line by line from the top, left to right within a line.
+// Thread-safety: a visitor keeps the conversion under way; each thread uses its own.
 #pragma once
 
 #include <kelto/common/region_of_interest.h>

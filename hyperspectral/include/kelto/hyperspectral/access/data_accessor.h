@@ -1,13 +1,27 @@
 // Reads bands and corrected spectra out of a band image. The caller sets the accessor up while it
 // is stopped (an image, optionally a correction matrix), starts it, which builds the output format
 // and the dense coefficients once, and reads while it runs. Image and matrix stay the caller's and
-// must outlive their use here. Reads are serialised by the accessor's lock.
+// must outlive their use here.
+// Thread-safety: set-up, Start, Stop and the reads hold the accessor's lock, so threads may share
+// one accessor; SmoothenSpectrum takes none. The image is not protected against its other users.
 //
 // Only a normalised image is scaled and corrected. An image whose GetDataInfo().is_normalised is
 // false (the default of a new Hypercube) is taken for raw digital numbers: GetSpectrum hands out
 // its samples as they are, neither divided by the format's scale nor multiplied by the matrix,
 // even with a matrix set, and nothing says so. To get corrected values, set is_normalised (and
 // the format's scale, 1.0 for samples that are real values already) before reading.
+//
+// The corrected spectrum of one pixel (the tests compile and run this example):
+// ```cpp
+// std::vector<double> Corrected(datatypes::Hypercube& cube, DataAccessor::Pixel pixel,
+//                               const SensorCalibration& sensor, const std::string& matrix) {
+//   cube.GetDataInfo().is_normalised = true;  // samples are real values times the format's scale
+//   DataAccessor accessor(&cube);  // cube and matrix must outlive the accessor's reads
+//   accessor.SetCorrectionMatrix(&sensor.system_info.spectral_correction_info.GetMatrix(matrix));
+//   accessor.Start();  // builds the dense coefficients once
+//   return accessor.GetSpectrum(pixel);  // one value per virtual band of the matrix
+// }
+// ```
 #pragma once
 
 #include <Eigen/Core>

@@ -2,6 +2,7 @@
 // run-length encoding or a shape, averaging and clamping. Unlike DataAccessor it neither scales
 // nor corrects, takes no lock, and accepts only float samples stored band sequential (0) or
 // interleaved by pixel (2).
+// Thread-safety: stateless; safe from any thread on an image that none changes.
 #pragma once
 
 #include <utility>

@@ -3,6 +3,22 @@
 // PM_PeakDetection and one PM_SpectralCorrectionComputation and drives both; callers set its
 // parameters (usually from a parameter document, see utilities::SetCorrectionMatrixParameters),
 // Initialize it with a calibration's FilterInfo and run any number of computations.
+//
+// A correction matrix from a calibration's measured responses (the tests compile and run this
+// example):
+// ```cpp
+// CorrectionMatrix ComputeMatrix(const SensorCalibration& calibration, const std::string& name) {
+//   PM_SensorResponseAnalysis analysis{PM_SensorResponseAnalysis::Parameters()};
+//   utilities::SetCorrectionMatrixParameters(analysis, calibration.GetTypeName());
+//   PM_SensorResponseAnalysis::InitializationData data;
+//   data.filter_info = calibration.filter_info;  // the grid and every band's response
+//   analysis.Initialize(data);
+//   CorrectionMatrix matrix;
+//   matrix.name = name;
+//   analysis.ComputeCorrectionMatrix(matrix, calibration.system_info.optical_components);
+//   return matrix;  // store it in calibration.system_info.spectral_correction_info
+// }
+// ```
 #pragma once
 
 #include <deque>

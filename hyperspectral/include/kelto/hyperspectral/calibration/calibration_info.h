@@ -1,6 +1,7 @@
 // The wavelength grid on which all measured filter responses of a calibration are sampled. Held
 // by FilterInfo; reads the six historic forms of "calibration_info" (a range and a step, later
 // explicit sample points) and writes the current one.
+// Thread-safety: a record without a lock; it belongs to one thread at a time.
 #pragma once
 
 #include <vector>

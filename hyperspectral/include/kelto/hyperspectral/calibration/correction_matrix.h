@@ -1,7 +1,9 @@
 // One named spectral correction: virtual bands, each a linear combination of the raw bands of a
 // calibration standing for one output wavelength, with what produced it and the optics it
 // assumed. Held by SpectralCorrectionInfo, filled by the correction computation and applied by
-// DataAccessor, which takes it as a dense matrix through ToMatrix.
+// DataAccessor and BlockCorrector, which read the coefficients of its virtual bands; ToMatrix
+// gives the same coefficients as one dense matrix to callers that want one.
+// Thread-safety: a record without a lock; it belongs to one thread at a time.
 #pragma once
 
 #include <deque>

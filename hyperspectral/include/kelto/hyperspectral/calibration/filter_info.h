@@ -1,6 +1,7 @@
 // The filter block of a calibration: the wavelength grid of all measured responses and the filter
 // zones of the chip. It numbers the bands of all zones in one sequence (the band number used by
 // every matrix of the correction) and names the filter family. Owned by SensorCalibration.
+// Thread-safety: a record without a lock; it belongs to one thread at a time.
 #pragma once
 
 #include <deque>

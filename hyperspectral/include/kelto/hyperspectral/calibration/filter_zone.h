@@ -2,6 +2,8 @@
 // the bands of that arrangement and the peaks found in each band's measured response. The four
 // arrangements are the subclasses below. FilterInfo owns the zones (stored as plain FilterZone
 // values that keep their layout); peak detection fills the bands, the correction reads them.
+// Thread-safety: records without a lock; a zone belongs to one thread at a time. The layout
+// texts are read-only after load.
 #pragma once
 
 #include <cstdint>

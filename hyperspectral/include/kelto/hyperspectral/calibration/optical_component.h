@@ -1,6 +1,7 @@
 // One element in the light path of a camera (a filter, a polariser, a light source): its identity
 // and its measured transmission curve. Listed by SystemInfo for the optics of the system and by
 // CorrectionMatrix for the optics that its computation assumed.
+// Thread-safety: a record without a lock; it belongs to one thread at a time.
 #pragma once
 
 #include <chrono>

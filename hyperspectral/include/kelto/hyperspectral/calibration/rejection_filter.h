@@ -1,6 +1,7 @@
 // The band-rejecting filter that old calibrations (root version 0) mount in front of the sensor:
 // a curve on a regular wavelength grid, tagged with one of the known filter names. Calibrations
 // now list such a filter among the optical components of their system, which Convert gives.
+// Thread-safety: a record without a lock; it belongs to one thread at a time.
 #pragma once
 
 #include <kelto/common/spectrum.h>

@@ -1,6 +1,21 @@
 // The root record of a calibration file: one physical sensor with its identity, history, chip,
 // filters, optics and correction matrices. Everything beneath it is owned by value, so copies
 // are deep. Read from "sensor_calibration" files of any version, written in version 3.
+// Thread-safety: none of its own; a calibration belongs to one thread at a time.
+//
+// Reading one, and saying what is wrong with the file (the tests compile and run this example):
+// ```cpp
+// std::string TypeOfCalibration(const common::filesystem::Path& file) {
+//   using Result = SensorCalibration::ParsingResult;
+//   SensorCalibration calibration;
+//   Result result;  // Result(false, true) would throw on a file in error instead
+//   calibration.ReadFile(result, file);
+//   for (const Result::Event& event : result.events()) {
+//     if (event.state != Result::Ok) std::cerr << event.ToString() << '\n';
+//   }
+//   return result.state() == Result::Error ? "" : calibration.GetTypeName();
+// }
+// ```
 #pragma once
 
 #include <string>

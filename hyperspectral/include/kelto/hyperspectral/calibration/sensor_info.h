@@ -1,6 +1,8 @@
 // The sensor chip of a calibration: type, pixel grid, pitch, bit depth and gains. Which gain
 // fields exist depends on the chip family. Part of SensorCalibration; read from every historic
 // form of the "sensor_info" element and written in the current one.
+// Thread-safety: a record without a lock, used by one thread at a time; the gain mode texts are
+// read-only after load.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 // The correction matrices of a calibration, in file order and looked up by name. Held by
 // SystemInfo; DataAccessor and the correction computation take their matrices from it.
+// Thread-safety: a record without a lock; it belongs to one thread at a time.
 #pragma once
 
 #include <cstddef>

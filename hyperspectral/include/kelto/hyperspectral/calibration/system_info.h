@@ -1,5 +1,6 @@
 // What lies around the sensor in a calibration: the optical components of the system and the
 // block of correction matrices. Part of SensorCalibration.
+// Thread-safety: a record without a lock; it belongs to one thread at a time.
 #pragma once
 
 #include <deque>

@@ -2,6 +2,7 @@
 // responses and a virtual filter. PM_SpectralCorrectionComputation keeps one per computation and
 // solves with the F Ft and F v prepared here; Value and Gradient are what an iterative optimiser
 // would minimise.
+// Thread-safety: no lock; used under the lock of the module that owns it.
 #pragma once
 
 #include <vector>

@@ -1,6 +1,7 @@
 // The file form of the tuning of a correction matrix computation: peak detection, peak shape
 // fitting, band selection, inversion and post-processing, each a record of its own. It holds
 // values only; utilities::LoadCorrectionMatrixParameters fills it from an embedded document.
+// Thread-safety: records without a lock, used by one thread at a time.
 #pragma once
 
 #include <string>

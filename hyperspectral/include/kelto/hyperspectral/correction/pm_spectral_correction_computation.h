@@ -2,6 +2,25 @@
 // measured bands must be combined so that their responses come closest to that filter, by
 // Tikhonov regularised least squares. PM_SensorResponseAnalysis owns one and drives it once per
 // correction matrix; one row of coefficients per virtual filter gives the matrix.
+// Thread-safety: the public computations hold the module's lock (see the class comment below).
+//
+// Driving one directly (the tests compile and run this example):
+// ```cpp
+// datatypes::RowVector<double> CoefficientsFor550nm(const datatypes::Matrix<double>& responses,
+//                                                   const datatypes::ColumnVector<double>& nm) {
+//   PM_SpectralCorrectionComputation inversion{PM_SpectralCorrectionComputation::Parameters()};
+//   PM_SpectralCorrectionComputation::InitializationData data;
+//   data.responses = responses;  // one row per band, one column per wavelength of nm
+//   data.wavelengths = nm;
+//   data.optical_response = datatypes::ColumnVector<double>(nm.size, 1.0);  // no optics in front
+//   inversion.Initialize(data);
+//   PM_SpectralCorrectionComputation::PeakInfo filter;  // a Gaussian at 550 nm, 10 nm wide
+//   filter.wavelength = 550.0, filter.fwhm = 10.0, filter.shape = Distributions::DB_GAUSSIAN;
+//   datatypes::RowVector<double> coefficients;  // one per band
+//   inversion.ComputeCorrectionCoefficients(coefficients, filter);
+//   return coefficients;
+// }
+// ```
 #pragma once
 
 #include <memory>

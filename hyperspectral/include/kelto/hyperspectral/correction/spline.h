@@ -5,6 +5,7 @@
 // strictly; that is its contract. SplineInterpolation, its only caller in this library, checks
 // every grid first and throws std::invalid_argument instead, so that no file a host program reads
 // can end the process. Other callers must check their grids the same way.
+// Thread-safety: no shared state; safe from any thread on separate arrays.
 #pragma once
 
 #include <kelto/hyperspectral/export.h>

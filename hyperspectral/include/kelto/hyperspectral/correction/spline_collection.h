@@ -13,6 +13,7 @@
 //
 // "Interval i" is [x[i], x[i+1]]; a target equal to an inner knot belongs to the interval that
 // starts there. Routines that extrapolate continue the first and the last piece's polynomial.
+// Thread-safety: no shared state; safe from any thread on separate arrays.
 #pragma once
 
 #include <kelto/hyperspectral/export.h>

@@ -1,6 +1,7 @@
 // Resampling of a curve given at sample points to other points by a cubic spline. Measured filter
 // responses and component transmissions each come on a grid of their own; peak detection and the
 // spectral correction bring them to the grid of the computation with it.
+// Thread-safety: no state between calls; one object serves any number of threads.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,8 @@
 // Free functions around the parameter documents that the library carries for each sensor and
 // filter combination it knows. Callers pick a document by a key such as "VKR9-QL150-470_900",
 // the form that SensorCalibration::GetTypeName gives; the command-line tool lists the keys.
+// Thread-safety: the documents are constant; SetCorrectionMatrixParameters changes the module,
+// which the caller drives from one thread.
 #pragma once
 
 #include <string>

@@ -1,6 +1,7 @@
 // The enumerations that calibration records, optics records and parameter documents store as
 // text. The text forms are part of the file formats: they are compared exactly and must never
 // change. Each class only scopes its enum type and the two translations.
+// Thread-safety: the translations are read-only after load; any thread may call them.
 #pragma once
 
 #include <cstdint>

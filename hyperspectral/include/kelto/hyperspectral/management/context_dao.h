@@ -2,6 +2,7 @@
 // version; version 1 is recognised (there is nothing further in it to read yet), version 0
 // (a directory without description) is not supported. Messages go to the logger given, each as
 // "<function> (<source line>) - <text>".
+// Thread-safety: LoadContext and SaveContext keep no state; threads may load different directories.
 #pragma once
 
 #include <string>

@@ -1,6 +1,7 @@
 // The record of "context_description.xml", the file that marks a directory as the context of one
 // camera: the kind of sensor, the camera's identity and the layout version of the directory.
 // ContextDao reads it to decide how to load the directory.
+// Thread-safety: a record without a lock; it belongs to one thread at a time.
 #pragma once
 
 #include <string>

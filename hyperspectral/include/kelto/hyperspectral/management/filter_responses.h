@@ -1,6 +1,7 @@
 // The measured bands of a calibration as the flat list of filter responses that a correction
 // computation works on: zone by zone, and within a zone in the order of its bands, each with the
 // calibration's wavelength grid and its first two peaks.
+// Thread-safety: no state; safe from any thread on a calibration that none changes.
 #pragma once
 
 #include <vector>

@@ -1,6 +1,7 @@
 // The calibrations that a program has found, each loaded from a file of its own and kept by
 // value, looked up by sensor_id. A file whose read reports anything above Ok is refused with one
 // message per event; of two files with the same sensor_id the first one stays.
+// Thread-safety: no lock; a container belongs to one thread at a time.
 #pragma once
 
 #include <map>

@@ -1,6 +1,7 @@
 // The structured name of a calibration file: sensor type, filter family, spectral range and a
 // four-part version, as in "VKR9-MZT4x4-470_620-1.2.3.4". Tools name calibration files by it,
 // and a calibration loaded from a file can be brought in line with what its name says.
+// Thread-safety: no state; safe from any thread on separate calibrations.
 #pragma once
 
 #include <array>

@@ -2,6 +2,7 @@
 // SensorProduct names the lots and wafers that carry it and a regular lattice of die positions
 // on the wafer, and a SensorProductMap lists all products of a "sensor_products" file. The
 // lookup in utilities finds the product of one die.
+// Thread-safety: records without a lock; the lookups only read the map.
 #pragma once
 
 #include <string>

@@ -2,6 +2,7 @@
 // combination: the UTF-8 text of the document and its length in bytes, without a terminating
 // NUL. utilities::LoadCorrectionMatrixParameters looks them up by key; the names are kept as they
 // are, also the two with a capital X (keys "VKR9-MZT4x4-460_600" and "VKR9-MZT5x5-665_975").
+// Thread-safety: constant data; safe from any thread.
 #pragma once
 
 #include <cstdint>

@@ -1,13 +1,14 @@
-// Two-way translation between the enumerators that records store and their text forms in files.
-// Each enumeration of the library keeps one translator, filled once at load and only read
-// afterwards, so that reads from several threads need no lock.
+// Two-way translation between enumerators and their text forms in files: the one way the family
+// turns an enumeration into text and back. Each enumeration keeps one translator in its source
+// file, filled once at load and only read afterwards, so reads from any thread need no lock.
+// An implementation header of the libraries: the umbrella headers leave it out.
 #pragma once
 
 #include <map>
 #include <stdexcept>
 #include <string>
 
-namespace kelto::hyperspectral {
+namespace kelto::common {
 
 // A pair of ordered maps: text to enumerator (left) and enumerator to text (right). Each entry
 // points at the key of its partner in the other map instead of holding a copy; std::map never
@@ -36,11 +37,8 @@ class Translator {
     right->second = &left->first;
   }
 
-  bool HasKey(const Text& text) const { return left_.find(text) != left_.end(); }
-  bool HasValue(Enum value) const { return right_.find(value) != right_.end(); }
-
   // Throws std::invalid_argument for a text that is not registered; callers that accept any
-  // text test HasKey first.
+  // text use ValueOr.
   Enum ValueOf(const Text& text) const {
     auto it = left_.find(text);
     if (it == left_.end()) {
@@ -58,9 +56,20 @@ class Translator {
     return *it->second;
   }
 
+  // The lenient lookups of enumerations that read any text and write any value: what is not
+  // registered gives the fallback instead of an exception.
+  Enum ValueOr(const Text& text, Enum fallback) const {
+    auto it = left_.find(text);
+    return it == left_.end() ? fallback : *it->second;
+  }
+  Text TextOr(Enum value, const Text& fallback) const {
+    auto it = right_.find(value);
+    return it == right_.end() ? fallback : *it->second;
+  }
+
  private:
   std::map<Text, const Enum*> left_;
   std::map<Enum, const Text*> right_;
 };
 
-}  // namespace kelto::hyperspectral
+}  // namespace kelto::common
