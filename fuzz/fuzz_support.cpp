@@ -6,6 +6,18 @@
 
 namespace kelto::fuzz {
 
+namespace {
+bool read_only = false;
+}  // namespace
+
+void SetReadOnly(bool value) {
+  read_only = value;
+}
+
+bool ReadOnly() {
+  return read_only;
+}
+
 void Fail(const std::string& what, const std::string& detail) {
   std::fprintf(stderr, "fuzz target failed: %s\n%s\n", what.c_str(), detail.c_str());
   std::fflush(stderr);

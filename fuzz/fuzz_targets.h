@@ -30,6 +30,11 @@ struct FuzzTarget {
 };
 const std::vector<FuzzTarget>& FuzzTargets();
 
+// With true, the XML targets only read their input, without checks, summaries or round trip:
+// what a host program pays for reading a file, as kelto_fuzz_replay --limits measures it.
+void SetReadOnly(bool read_only);
+bool ReadOnly();
+
 // Prints what broke and aborts.
 [[noreturn]] void Fail(const std::string& what, const std::string& detail);
 
