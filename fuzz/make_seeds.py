@@ -40,13 +40,18 @@ def record_byte(element):
     return entry
 
 
-def shrink(element, keep=2):
-    """Keeps the first `keep` items of every list, so that a seed is small."""
+def shrink(element, keep=2, values=6):
+    """Keeps the first `keep` items of every list and the first `values` numbers of every vector,
+    so that a seed is small and the fuzzer runs fast; the samples themselves seed the replay."""
     for parent in element.iter():
         for tag in ("band", "virtual_band", "peak", "filter_zone", "optical_component"):
             items = parent.findall(tag)
             for item in items[keep:]:
                 parent.remove(item)
+        if "nr_elements" in parent.attrib and "values" in parent.attrib:
+            numbers = parent.get("values").split()[:values]
+            parent.set("nr_elements", str(len(numbers)))
+            parent.set("values", " ".join(numbers))
     return element
 
 

@@ -52,6 +52,11 @@ total=0
 findings_total=0
 for target in $targets; do
   run="$build/runs/$target"
+  # What an earlier run found is kept aside, so that the count below is this run's.
+  if [ -n "$(ls -A "$run/artifacts" 2>/dev/null)" ]; then
+    rm -rf "$run/artifacts.previous"
+    mv "$run/artifacts" "$run/artifacts.previous"
+  fi
   mkdir -p "$run/corpus" "$run/artifacts"
   mapfile -t seeds <"$build/fuzz/kelto_fuzz_$target.seeds"
   dict=()
@@ -77,7 +82,7 @@ for target in $targets; do
   if [ "$status" -ne 0 ] || [ "$findings" -ne 0 ]; then
     echo "   finding (exit status $status), see $run/log and $run/artifacts/:"
     grep -E '^==[0-9]+==ERROR|^SUMMARY|fuzz target failed|runtime error|ALARM|out-of-memory' \
-      "$run/log" | head -n 5 | sed 's/^/   /'
+      "$run/log" | head -n 5 | sed 's/^/   /' || true
   fi
 done
 
