@@ -3,11 +3,9 @@
 // files as `kelto-hsi` opens a cube on disk. A cube whose samples fit a small budget is then
 // loaded whole and read line by line.
 #include <cpl_vsi.h>
-#include <gdal_priv.h>
 
 #include <algorithm>
 #include <cstring>
-#include <string>
 #include <vector>
 
 #include "fuzz_targets.h"
@@ -56,28 +54,9 @@ unsigned long long SampleBytes(const datatypes::BandImageDataFormat& format) {
   return product;
 }
 
-// The reader registers every GDAL driver on its first use. The target keeps ENVI alone, the
-// format it is about: probing two hundred others on every input would slow the fuzzer tenfold
-// and fuzz GDAL rather than the reader.
-void KeepEnviDriverOnly() {
-  try {
-    const tools::CubeReader registers_drivers("/vsimem/kelto_fuzz/none");
-  } catch (const tools::CubeError&) {
-  }
-  GDALDriverManager* drivers = GetGDALDriverManager();
-  for (int i = drivers->GetDriverCount() - 1; i >= 0; --i) {
-    GDALDriver* driver = drivers->GetDriver(i);
-    if (std::string(driver->GetDescription()) != "ENVI") {
-      GDALDestroyDriver(driver);
-    }
-  }
-}
-
 }  // namespace
 
 int FuzzCubeReader(const std::uint8_t* data, std::size_t size) {
-  static const bool envi_only = (KeepEnviDriverOnly(), true);
-  (void)envi_only;
   const auto* end = data + size;
   const auto* separator = std::find(data, end, std::uint8_t{0});
   const std::size_t header_size = static_cast<std::size_t>(separator - data);
