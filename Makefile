@@ -4,6 +4,8 @@
 #   make test       installs what is missing, builds, and runs every test under ctest but the
 #                   sanitizer builds
 #   make sanitize   the sanitizer builds of the libraries and their tests (slow); CI runs it too
+#   make fuzz       installs clang and libFuzzer, builds the fuzz targets in build-fuzz and runs
+#                   each for FUZZ_SECONDS (default 60) seconds
 
 MAKEFLAGS  += --no-print-directory
 BUILD_DIR  ?= build
@@ -19,7 +21,7 @@ PYTHON     := /usr/bin/python3
 KELTO_PY   := PYTHONPATH=$(BUILD_DIR)/python MPLBACKEND=Agg $(PYTHON) -m kelto
 SAMPLES    := hyperspectral/tests/data
 
-.PHONY: all deps configure build test sanitize demo samples bench format clean
+.PHONY: all deps configure build test sanitize fuzz demo samples bench format clean
 
 all: build
 
@@ -46,6 +48,11 @@ test: build
 sanitize: configure
 	@ctest --test-dir $(BUILD_DIR) --output-on-failure \
 	  --label-regex '$(SANITIZER_LABELS)'
+
+# The fuzz targets of fuzz/ under libFuzzer; scripts/fuzz.sh says what it prints and keeps.
+FUZZ_SECONDS ?= 60
+fuzz:
+	@FUZZ_SECONDS=$(FUZZ_SECONDS) FUZZ_JOBS=$(JOBS) bash scripts/fuzz.sh
 
 DEMO_DIR     := $(BUILD_DIR)/demo
 DEMO_SAMPLE  := $(SAMPLES)/calibrations/VKR9-MZT4x4-470_620.xml

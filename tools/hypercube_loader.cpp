@@ -202,6 +202,17 @@ std::optional<unsigned long long> SampleBytes(const BandImageDataFormat& format)
   return product;
 }
 
+// A file on disk, or one of GDAL's in-memory files (/vsimem/), which a program can hand over
+// like a file on disk. GDAL's other virtual file systems (network, archives) stay closed.
+bool IsRegularFile(const std::string& path) {
+  if (path.rfind("/vsimem/", 0) == 0) {
+    VSIStatBufL stat;
+    return VSIStatL(path.c_str(), &stat) == 0 && VSI_ISREG(stat.st_mode);
+  }
+  std::error_code error;
+  return std::filesystem::is_regular_file(path, error);
+}
+
 // GDAL opens an ENVI cube by its data file; a user naturally names the header. The data file
 // is the header's stem with no extension or one of the usual ones.
 std::string DataFileOf(const std::string& path) {
@@ -213,11 +224,10 @@ std::string DataFileOf(const std::string& path) {
   if (extension != ".hdr") {
     return path;
   }
-  std::error_code error;
   for (const char* candidate : {"", ".raw", ".img", ".dat", ".bsq", ".bil", ".bip"}) {
     std::filesystem::path data = header;
     data.replace_extension(candidate);
-    if (std::filesystem::is_regular_file(data, error)) {
+    if (IsRegularFile(data.string())) {
       return data.string();
     }
   }
@@ -236,8 +246,7 @@ struct CubeReader::Dataset {
 };
 
 CubeReader::CubeReader(const std::string& named_path) : dataset_(std::make_unique<Dataset>()) {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(named_path, error)) {
+  if (!IsRegularFile(named_path)) {
     throw CubeError(CubeError::kCannotOpen, named_path + ": no such file");
   }
   path_ = DataFileOf(named_path);

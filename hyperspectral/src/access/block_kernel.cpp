@@ -84,8 +84,11 @@ KELTO_CLONED void ConvertDense(std::uint32_t sample_type, const unsigned char* s
     for (std::size_t i = 0; i < count; ++i) {
       x[i] = static_cast<float>(datatypes::LoadSample<T>(samples, i)) * factor;
     }
+    if (holds_fill == nullptr || !FitsSampleType<T>(fill)) {
+      return;
+    }
     const T fill_sample = static_cast<T>(fill);
-    if (holds_fill == nullptr || !(static_cast<double>(fill_sample) == fill)) {
+    if (!(static_cast<double>(fill_sample) == fill)) {
       return;
     }
     for (std::size_t p = 0; p < count / bands; ++p) {

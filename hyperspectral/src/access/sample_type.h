@@ -2,8 +2,11 @@
 // samples inside the library (the data accessor and the block correction).
 #pragma once
 
+#include <cmath>
 #include <cstdint>
+#include <limits>
 #include <stdexcept>
+#include <type_traits>
 
 #include <kelto/datatypes/band_image_data_format.h>
 
@@ -41,6 +44,20 @@ auto WithSampleType(std::uint32_t data_type, Read&& read) {
       return read(0.0);
     default:
       throw std::logic_error("Unexpected output data type.");
+  }
+}
+
+// Whether static_cast<T>(value) is defined: a value within the range of the sample type T (after
+// truncation for integers), or, for floating types, an infinity or NaN. A fill value outside the
+// range equals no sample of the type.
+template <typename T>
+bool FitsSampleType(double value) {
+  if constexpr (std::is_floating_point_v<T>) {
+    return !std::isfinite(value) || std::fabs(value) <= std::numeric_limits<T>::max();
+  } else {
+    // max() + 1 is a power of two, exact as a double also where max() itself is not.
+    const double above = static_cast<double>(std::numeric_limits<T>::max() / 2 + 1) * 2.0;
+    return value >= static_cast<double>(std::numeric_limits<T>::lowest()) && value < above;
   }
 }
 
