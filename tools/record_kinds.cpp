@@ -117,7 +117,14 @@ void DescribeCalibration(const SensorCalibration& calibration, std::ostream& out
   const auto& system = calibration.system_info;
   Label(out, "optics") << system.optical_components.size() << " component(s)\n";
   for (const auto& component : system.optical_components) {
-    out << "    " << component.GetFriendlyName() << '\n';
+    // The label needs what a sound component has (sample points, a source's tag); a file may
+    // lack it, and the summary then says so instead of stopping.
+    try {
+      out << "    " << component.GetFriendlyName() << '\n';
+    } catch (std::invalid_argument const& error) {
+      out << "    " << hyperspectral::OpticalComponents::ToString(component.type) << ": "
+          << error.what() << '\n';
+    }
   }
   const auto& matrices = system.spectral_correction_info.correction_matrices;
   Label(out, "corrections") << matrices.size() << " matrix(es)\n";

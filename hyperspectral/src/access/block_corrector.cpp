@@ -37,6 +37,10 @@ std::size_t RoundUp(std::size_t value, std::size_t multiple) {
 template <typename T>
 void Convert(const BlockCorrector::Samples& block, unsigned long line, unsigned long first,
              std::size_t count, double factor, double fill, float* x, unsigned char* holds_fill) {
+  // An empty block may come without samples at all; there is then no address to start from.
+  if (block.bands == 0 || count == 0) {
+    return;
+  }
   const auto* base = static_cast<const unsigned char*>(block.data) +
                      static_cast<std::ptrdiff_t>(line) * block.line_stride +
                      static_cast<std::ptrdiff_t>(first) * block.pixel_stride;
