@@ -4,6 +4,7 @@
 #include <string>
 
 #include <kelto/common/logger.h>
+#include <kelto/common/translator.h>
 
 namespace kelto::common {
 
@@ -13,38 +14,42 @@ using Event = ParsingResult::Event;
 Event::Event(eParserState const& state_, eEventSource const& source_, std::string const& detail_)
     : state(state_), source(source_), detail(detail_) {}
 
-std::string Event::ToString(eParserState const& state) {
-  switch (state) {
-    case Ok:
-      return "Ok";
-    case Warning:
-      return "Warning";
-    case Error:
-      return "Error";
+namespace {
+
+class StateNames : public Translator<ParsingResult::eParserState> {
+ public:
+  StateNames() {
+    Register("Ok", ParsingResult::Ok);
+    Register("Warning", ParsingResult::Warning);
+    Register("Error", ParsingResult::Error);
   }
-  return "State(" + std::to_string(static_cast<int>(state)) + ")";
+};
+
+class SourceNames : public Translator<Event::eEventSource> {
+ public:
+  SourceNames() {
+    Register("UnsupportedVersion", Event::UnsupportedVersion);
+    Register("MissingVersion", Event::MissingVersion);
+    Register("MissingElement", Event::MissingElement);
+    Register("MissingAttribute", Event::MissingAttribute);
+    Register("MissingValue", Event::MissingValue);
+    Register("SanityCheck", Event::SanityCheck);
+    Register("LegacyDefault", Event::LegacyDefault);
+    Register("ReadStart", Event::ReadStart);
+  }
+};
+
+}  // namespace
+
+// Local statics: events may be worded while other files' statics are still being made.
+std::string Event::ToString(eParserState const& state) {
+  static const StateNames names;
+  return names.TextOr(state, "State(" + std::to_string(static_cast<int>(state)) + ")");
 }
 
 std::string Event::ToString(eEventSource const& source) {
-  switch (source) {
-    case UnsupportedVersion:
-      return "UnsupportedVersion";
-    case MissingVersion:
-      return "MissingVersion";
-    case MissingElement:
-      return "MissingElement";
-    case MissingAttribute:
-      return "MissingAttribute";
-    case MissingValue:
-      return "MissingValue";
-    case SanityCheck:
-      return "SanityCheck";
-    case LegacyDefault:
-      return "LegacyDefault";
-    case ReadStart:
-      return "ReadStart";
-  }
-  return "Source(" + std::to_string(static_cast<int>(source)) + ")";
+  static const SourceNames names;
+  return names.TextOr(source, "Source(" + std::to_string(static_cast<int>(source)) + ")");
 }
 
 std::string Event::ToString() const {
