@@ -17,23 +17,11 @@ packages=(
   cmake g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev locales
 )
 
-missing=()
-for p in "${packages[@]}"; do
-  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
-    missing+=("$p")
-  fi
-done
+bash "$(dirname "$0")/install-packages.sh" "${packages[@]}"
 
 sudo=""
 if [ "$(id -u)" -ne 0 ]; then
   sudo="sudo"
-fi
-
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  export DEBIAN_FRONTEND=noninteractive
-  $sudo apt-get update -qq
-  $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
 
 # A locale with a decimal comma, so that the test of number parsing under such a locale runs
