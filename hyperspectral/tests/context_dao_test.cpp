@@ -1,5 +1,6 @@
 #include <kelto/hyperspectral/management/context_dao.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -64,21 +65,23 @@ class ContextDaoLoading : public ::testing::Test {
   ContextDao dao_{"camera contexts"};
 };
 
-TEST_F(ContextDaoLoading, TheDaoOwnsALoggerOfItsName) {
-  EXPECT_EQ(dao_.GetLogger()->Name(), "camera contexts");
-}
-
-TEST_F(ContextDaoLoading, ADirectoryWithoutDescriptionIsVersionZeroAndRefused) {
-  EXPECT_EQ(RuntimeError(), kVersionZeroText);
-  EXPECT_EQ(ContextLogLines(log_, "camera contexts"),
-            (std::vector<LogLine>{{kError, "_LoadContext_V0", kVersionZeroText}}));
-}
-
-TEST_F(ContextDaoLoading, ADescriptionOfVersionZeroIsRefusedTheSameWay) {
-  WriteDescription(Description("0"));
-  EXPECT_EQ(RuntimeError(), kVersionZeroText);
-  EXPECT_EQ(ContextLogLines(log_, "camera contexts"),
-            (std::vector<LogLine>{{kError, "_LoadContext_V0", kVersionZeroText}}));
+// Without a description, or with one of version 0, a context is of version 0 and refused.
+TEST_F(ContextDaoLoading, VersionZeroIsRefused) {
+  for (const std::string version : {"", "0"}) {
+    log_.lines.clear();
+    if (!version.empty()) {
+      WriteDescription(Description(version));
+    }
+    EXPECT_EQ(RuntimeError(), kVersionZeroText) << version;
+    EXPECT_EQ(ContextLogLines(log_, "camera contexts"),
+              (std::vector<LogLine>{{kError, "_LoadContext_V0", kVersionZeroText}}))
+        << version;
+  }
+  // So is a directory that does not exist.
+  Context context;
+  EXPECT_THAT(
+      [&] { ContextDao::LoadContext((directory_.path() / "absent").string(), context, nullptr); },
+      ::testing::ThrowsMessage<std::runtime_error>(::testing::StrEq(kVersionZeroText)));
 }
 
 TEST_F(ContextDaoLoading, VersionOneLoadsAndSaysSo) {
@@ -112,16 +115,6 @@ TEST_F(ContextDaoLoading, ADescriptionThatCantBeReadIsReportedUnderLoadContext) 
             (std::vector<LogLine>{{kError, "LoadContext", text},
                                   {kInfo, "", "Ok ReadStart: context_description"},
                                   {kError, "", "Error UnsupportedVersion: context_description"}}));
-}
-
-TEST_F(ContextDaoLoading, ADirectoryThatDoesNotExistIsVersionZero) {
-  Context context;
-  try {
-    ContextDao::LoadContext((directory_.path() / "absent").string(), context, nullptr);
-    ADD_FAILURE() << "no exception";
-  } catch (const std::runtime_error& error) {
-    EXPECT_EQ(std::string(error.what()), kVersionZeroText);
-  }
 }
 
 std::set<std::string> Listing(const std::filesystem::path& directory) {

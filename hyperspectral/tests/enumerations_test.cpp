@@ -76,16 +76,6 @@ TEST(Enumerations, TranslateEveryRowBothWays) {
                                              -1, 12);
   ExpectTable<InversionOptimizationAlgorithms, std::wstring>(
       {{-1, L"Unknown"}, {0, L"Vardell"}, {1, L"Tikhonov"}}, -2, 2);
-
-  EXPECT_EQ(-1, CorrectionAlgorithms::CA_UNKNOWN);
-  EXPECT_EQ(3, CorrectionAlgorithms::CA_M1);
-  EXPECT_EQ(0, CorrectionMatrixTypes::CT_REFLECTANCE);
-  EXPECT_EQ(1, CorrectionMatrixTypes::CT_IRRADIANCE);
-  EXPECT_EQ(2, Distributions::DB_LORENTZIAN);
-  EXPECT_EQ(7, OpticalComponents::OC_SOURCE);
-  EXPECT_EQ(10, RejectionFilters::RF_BANDPASS_675EO_975XI);
-  EXPECT_EQ(11, RejectionFilters::RF_BANDPASS_600EO_875LC);
-  EXPECT_EQ(1, InversionOptimizationAlgorithms::IOA_TIKHONOV);
 }
 
 TEST(Enumerations, OtherTextsGiveTheUnknownValueAndOlderNamesAreReadOnly) {

@@ -6,6 +6,9 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 #include <kelto/test_support/event_list.h>
 
@@ -37,52 +40,33 @@ std::string ParseError(const std::string& name) {
       [&] { Utilities::ParseSensorCalibrationFilename(name); });
 }
 
-TEST(SensorCalibrationPartsDefaults, VersionIsUnsetAndTheRestEmpty) {
-  const SensorCalibrationParts parts;
-  EXPECT_EQ(parts.sensor_type, SensorTypes::Unknown);
-  EXPECT_EQ(parts.filter_pattern, FilterPattern::Unknown);
-  EXPECT_EQ(parts.spectral_range_start_nm, 0);
-  EXPECT_EQ(parts.spectral_range_end_nm, 0);
-  EXPECT_EQ(parts.version, (std::array<std::int32_t, 4>{-1, -1, -1, -1}));
-  EXPECT_EQ(parts.suffix, "");
+// The parts in one line: sensor, pattern, range, version and suffix.
+std::string Describe(const SensorCalibrationParts& parts) {
+  std::string text = SensorTypes::ToString(parts.sensor_type) + " " +
+                     FilterPattern::ToString(parts.filter_pattern) + " " +
+                     std::to_string(parts.spectral_range_start_nm) + "_" +
+                     std::to_string(parts.spectral_range_end_nm) + " ";
+  for (std::size_t i = 0; i < parts.version.size(); ++i) {
+    text += (i == 0 ? "" : ".") + std::to_string(parts.version[i]);
+  }
+  return text + " " + parts.suffix;
 }
 
-TEST(SensorCalibrationFilenameParsing, EveryPartOfAPlainName) {
-  const SensorCalibrationParts parts =
-      Utilities::ParseSensorCalibrationFilename("VKR9-MZT4x4-470_620-1.2.3.4");
-  EXPECT_EQ(parts.sensor_type, SensorTypes::VKR9);
-  EXPECT_EQ(parts.filter_pattern, FilterPattern::MZT4x4);
-  EXPECT_EQ(parts.spectral_range_start_nm, 470);
-  EXPECT_EQ(parts.spectral_range_end_nm, 620);
-  EXPECT_EQ(parts.version, (std::array<std::int32_t, 4>{1, 2, 3, 4}));
-  EXPECT_EQ(parts.suffix, "");
-}
-
-TEST(SensorCalibrationFilenameParsing, RgbNirRangeSuffixAndLongNumbers) {
-  const SensorCalibrationParts rgb =
-      Utilities::ParseSensorCalibrationFilename("TEM480-MZT3x3-RGB-NIR-31.0.7.12");
-  EXPECT_EQ(rgb.sensor_type, SensorTypes::TEM480);
-  EXPECT_EQ(rgb.filter_pattern, FilterPattern::MZT3x3);
-  EXPECT_EQ(rgb.spectral_range_start_nm, 470);
-  EXPECT_EQ(rgb.spectral_range_end_nm, 850);
-  EXPECT_EQ(rgb.version, (std::array<std::int32_t, 4>{31, 0, 7, 12}));
-
-  // Whatever follows the version is kept whole, separators and dots included.
-  const SensorCalibrationParts test =
-      Utilities::ParseSensorCalibrationFilename("VKR9-QL150-470_900-1.0.0.0_test");
-  EXPECT_EQ(test.filter_pattern, FilterPattern::QL150);
-  EXPECT_EQ(test.version, (std::array<std::int32_t, 4>{1, 0, 0, 0}));
-  EXPECT_EQ(test.suffix, "_test");
-  EXPECT_EQ(Utilities::ParseSensorCalibrationFilename("VKR9-QL150-470_900-1.0.0.05.copy").suffix,
-            ".copy");
-
-  // Leading zeros and the largest 32-bit numbers.
-  const SensorCalibrationParts wide =
-      Utilities::ParseSensorCalibrationFilename("GENERIC-TZT32-0600_2147483647-0.0.2147483647.9");
-  EXPECT_EQ(wide.sensor_type, SensorTypes::GENERIC);
-  EXPECT_EQ(wide.spectral_range_start_nm, 600);
-  EXPECT_EQ(wide.spectral_range_end_nm, 2147483647);
-  EXPECT_EQ(wide.version, (std::array<std::int32_t, 4>{0, 0, 2147483647, 9}));
+TEST(SensorCalibrationFilenameParsing, EveryPartOfAName) {
+  // Unset parts: the version is -1 throughout.
+  EXPECT_EQ(Describe(SensorCalibrationParts()), "Unknown Unknown 0_0 -1.-1.-1.-1 ");
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"VKR9-MZT4x4-470_620-1.2.3.4", "VKR9 MZT4x4 470_620 1.2.3.4 "},
+      {"TEM480-MZT3x3-RGB-NIR-31.0.7.12", "TEM480 MZT3x3 470_850 31.0.7.12 "},
+      // Whatever follows the version is kept whole, separators and dots included.
+      {"VKR9-QL150-470_900-1.0.0.0_test", "VKR9 QL150 470_900 1.0.0.0 _test"},
+      {"VKR9-QL150-470_900-1.0.0.05.copy", "VKR9 QL150 470_900 1.0.0.5 .copy"},
+      // Leading zeros and the largest 32-bit numbers.
+      {"GENERIC-TZT32-0600_2147483647-0.0.2147483647.9",
+       "GENERIC TZT32 600_2147483647 0.0.2147483647.9 "}};
+  for (const auto& [name, parts] : cases) {
+    EXPECT_EQ(Describe(Utilities::ParseSensorCalibrationFilename(name)), parts);
+  }
 }
 
 TEST(SensorCalibrationFilenameParsing, RefusedNamesSayWhy) {
@@ -182,14 +166,27 @@ std::pair<double, double> RangeAfterUpdate(SensorCalibration calibration, const 
   return {zone.spectral_range_start_nm, zone.spectral_range_end_nm};
 }
 
-TEST(SensorCalibrationUpdate, FirstZoneTakesTheRangeOfTheName) {
+TEST(SensorCalibrationUpdate, FirstZoneTakesTheRangeOfTheNameAndTwoMosaicsTheirTrueRange) {
   using Range = std::pair<double, double>;
-  EXPECT_EQ(RangeAfterUpdate(OneZone(FilterZone::MOSAIC, 4), "VKR9-MZT4x4-470_620-1.2.3.4"),
-            Range(470.0, 620.0));
-  EXPECT_EQ(RangeAfterUpdate(OneZone(FilterZone::WEDGE, 0), "VKR9-QL100-600_1000-1.2.3.4"),
-            Range(600.0, 1000.0));
-  EXPECT_EQ(RangeAfterUpdate(OneZone(FilterZone::TILED, 4), "VKR9-TZT32-RGB-NIR-1.2.3.4"),
-            Range(470.0, 850.0));
+  SensorCalibration oblong = OneZone(FilterZone::MOSAIC, 4);
+  oblong.filter_info.filter_zones.front().pattern_height = 5;
+  const std::vector<std::tuple<SensorCalibration, std::string, Range>> cases = {
+      {OneZone(FilterZone::MOSAIC, 4), "VKR9-MZT4x4-470_620-1.2.3.4", {470.0, 620.0}},
+      {OneZone(FilterZone::WEDGE, 0), "VKR9-QL100-600_1000-1.2.3.4", {600.0, 1000.0}},
+      {OneZone(FilterZone::TILED, 4), "VKR9-TZT32-RGB-NIR-1.2.3.4", {470.0, 850.0}},
+      {OneZone(FilterZone::MOSAIC, 4), "VKR9-MZT4x4-600_850-1.2.3.4", {595.0, 860.0}},
+      {OneZone(FilterZone::MOSAIC, 5), "VKR9-MZT5x5-670_950-1.2.3.4", {665.0, 975.0}},
+      // Any other combination keeps the name's range: another pattern, another range, another
+      // layout, a pattern that is not square.
+      {OneZone(FilterZone::MOSAIC, 3), "VKR9-MZT4x4-600_850-1.2.3.4", {600.0, 850.0}},
+      {OneZone(FilterZone::MOSAIC, 5), "VKR9-MZT5x5-600_850-1.2.3.4", {600.0, 850.0}},
+      {OneZone(FilterZone::MOSAIC, 4), "VKR9-MZT4x4-670_950-1.2.3.4", {670.0, 950.0}},
+      {OneZone(FilterZone::MOSAIC, 4), "VKR9-MZT4x4-600_851-1.2.3.4", {600.0, 851.0}},
+      {OneZone(FilterZone::TILED, 4), "VKR9-MZT4x4-600_850-1.2.3.4", {600.0, 850.0}},
+      {oblong, "VKR9-MZT4x4-600_850-1.2.3.4", {600.0, 850.0}}};
+  for (const auto& [calibration, name, range] : cases) {
+    EXPECT_EQ(RangeAfterUpdate(calibration, name), range) << name;
+  }
 
   // Only the first zone changes.
   SensorCalibration two = OneZone(FilterZone::WEDGE, 0);
@@ -205,29 +202,6 @@ TEST(SensorCalibrationUpdate, FirstZoneTakesTheRangeOfTheName) {
   const SensorCalibration before = empty;
   Utilities::UpdateSensorCalibration(empty, "VKR9-MZT4x4-600_850-1.2.3.4");
   EXPECT_TRUE(empty == before);
-}
-
-TEST(SensorCalibrationUpdate, TwoMosaicsAreWidenedToTheirTrueRange) {
-  using Range = std::pair<double, double>;
-  EXPECT_EQ(RangeAfterUpdate(OneZone(FilterZone::MOSAIC, 4), "VKR9-MZT4x4-600_850-1.2.3.4"),
-            Range(595.0, 860.0));
-  EXPECT_EQ(RangeAfterUpdate(OneZone(FilterZone::MOSAIC, 5), "VKR9-MZT5x5-670_950-1.2.3.4"),
-            Range(665.0, 975.0));
-  // Any other combination keeps the name's range: another pattern, another range, another
-  // layout, a pattern that is not square.
-  EXPECT_EQ(RangeAfterUpdate(OneZone(FilterZone::MOSAIC, 3), "VKR9-MZT4x4-600_850-1.2.3.4"),
-            Range(600.0, 850.0));
-  EXPECT_EQ(RangeAfterUpdate(OneZone(FilterZone::MOSAIC, 5), "VKR9-MZT5x5-600_850-1.2.3.4"),
-            Range(600.0, 850.0));
-  EXPECT_EQ(RangeAfterUpdate(OneZone(FilterZone::MOSAIC, 4), "VKR9-MZT4x4-670_950-1.2.3.4"),
-            Range(670.0, 950.0));
-  EXPECT_EQ(RangeAfterUpdate(OneZone(FilterZone::MOSAIC, 4), "VKR9-MZT4x4-600_851-1.2.3.4"),
-            Range(600.0, 851.0));
-  EXPECT_EQ(RangeAfterUpdate(OneZone(FilterZone::TILED, 4), "VKR9-MZT4x4-600_850-1.2.3.4"),
-            Range(600.0, 850.0));
-  SensorCalibration oblong = OneZone(FilterZone::MOSAIC, 4);
-  oblong.filter_info.filter_zones.front().pattern_height = 5;
-  EXPECT_EQ(RangeAfterUpdate(oblong, "VKR9-MZT4x4-600_850-1.2.3.4"), Range(600.0, 850.0));
 }
 
 TEST(SensorCalibrationUpdate, UnparsableNameLeavesTheCalibrationAlone) {
