@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +11,8 @@
 #include <string>
 #include <tuple>
 #include <vector>
+
+#include <kelto/test_support/temporary_directory.h>
 
 namespace kelto::datatypes {
 namespace {
@@ -199,13 +199,12 @@ TEST(MatrixInverse, SingularAndMalformedMatricesThrow) {
 }
 
 TEST(MatrixCsv, OneLinePerRowWithTheGivenPrecision) {
-  const std::filesystem::path file = std::filesystem::temp_directory_path() /
-                                     ("kelto_matrix_test_" + std::to_string(::getpid()) + ".csv");
+  const kelto::testing::TemporaryDirectory directory;
+  const std::filesystem::path file = directory.path() / "matrix.csv";
   Matrix<double>::WriteCsv(Make({{1, 2.5}, {-3, 1.0 / 3.0}}), file.string(), 6);
   std::ifstream stream(file);
   const std::string text((std::istreambuf_iterator<char>(stream)),
                          std::istreambuf_iterator<char>());
-  std::filesystem::remove(file);
   EXPECT_EQ(text, "1,2.5\n-3,0.333333\n");
 }
 
