@@ -69,15 +69,22 @@ std::string AssertText(const Recorder& recorder, StatedObject::eObjectState stat
   return "";
 }
 
-TEST(ControllerModuleStates, StartInitializesThenStartsAndStopReturnsToStopped) {
+TEST(ControllerModuleStates, StartInitializesThenStartsStopReturnsAndHooksRunLocked) {
   Recorder recorder;
+  ControllerModule::Parameters parameters;
   EXPECT_EQ(recorder.GetObjectState(), StatedObject::OS_STOPPED);
+  recorder.SetParameters(parameters);
   recorder.Start();
   EXPECT_EQ(recorder.GetObjectState(), StatedObject::OS_RUNNING);
+  recorder.SetParameters(parameters);
   recorder.Read();
   recorder.Stop();
   EXPECT_EQ(recorder.GetObjectState(), StatedObject::OS_STOPPED);
-  EXPECT_EQ(recorder.calls, (std::vector<std::string>{"_Initialize", "_Start", "read", "_Stop"}));
+  EXPECT_EQ(recorder.calls,
+            (std::vector<std::string>{"_SetRuntimeParameters", "_Initialize", "_Start",
+                                      "_SetRuntimeParameters", "read", "_Stop"}));
+  // The runtime hook learns whether the controller runs.
+  EXPECT_EQ(recorder.running_flags, (std::vector<bool>{false, true}));
   EXPECT_TRUE(recorder.lock_was_held);
 }
 
@@ -111,16 +118,6 @@ TEST(ControllerModuleStates, RefusedOrFailedTransitionsLeaveTheStateAsItWas) {
   EXPECT_EQ(recorder.calls,
             (std::vector<std::string>{"_Initialize", "_Start", "_Initialize", "_Start", "_Pause",
                                       "_Initialize", "_Start"}));
-}
-
-TEST(ControllerModuleParameters, RuntimeHookLearnsWhetherTheControllerRuns) {
-  Recorder recorder;
-  ControllerModule::Parameters parameters;
-  recorder.SetParameters(parameters);
-  recorder.Start();
-  recorder.SetParameters(parameters);
-  EXPECT_EQ(recorder.running_flags, (std::vector<bool>{false, true}));
-  EXPECT_TRUE(recorder.lock_was_held);
 }
 
 }  // namespace

@@ -39,15 +39,6 @@ TEST_F(LoggerTest, EveryRouteEndsInTheSink) {
                                              {kError, "", ""}}));
 }
 
-TEST_F(LoggerTest, DisabledLoggerDropsItsMessages) {
-  Logger::Parameters parameters;
-  parameters.enabled = false;
-  const Logger quiet("quiet", parameters);
-  quiet.Error("dropped");
-  quiet.Info("dropped");
-  EXPECT_TRUE(messages_.empty());
-}
-
 TEST_F(LoggerTest, TheDefaultSinkWritesLevelledLinesToStandardError) {
   Logger::SetSink(nullptr);
   ::testing::internal::CaptureStderr();

@@ -13,7 +13,6 @@ namespace kelto::common {
 namespace {
 
 using namespace kelto::testing;  // NOLINT: the event short forms
-using ParsingResult = XMLSerializableInterface::ParsingResult;
 
 EventTriple Missing(const char* name) {
   return Error(kMissingElement, name);
@@ -24,11 +23,8 @@ TEST(RegionOfInterestXml, RoundTripKeepsEveryDigit) {
   const std::string text = written.WriteString();
   EXPECT_NE(text.find("<region_of_interest>"), std::string::npos) << text;
   RegionOfInterest read;
-  ParsingResult result;
-  read.ReadString(result, text);
+  EXPECT_EQ(Events(Read(read, text)), EventList{ReadStart("region_of_interest")});
   EXPECT_EQ(read, written);
-  EXPECT_EQ(Events(result), EventList{ReadStart("region_of_interest")});
-  EXPECT_EQ(result.state(), ParsingResult::Ok);
 }
 
 TEST(RegionOfInterestXml, MissingOrUnreadableValuesAreEventsAndZeroButNoCheckRuns) {
@@ -47,10 +43,8 @@ TEST(RegionOfInterestXml, MissingOrUnreadableValuesAreEventsAndZeroButNoCheckRun
   };
   for (auto const& [document, expected, events] : cases) {
     RegionOfInterest read(1, 2, 3, 4);
-    ParsingResult result;
-    read.ReadString(result, document);
+    EXPECT_EQ(Events(Read(read, document)), events) << document;
     EXPECT_EQ(read, expected) << document;
-    EXPECT_EQ(Events(result), events) << document;
   }
 }
 
@@ -66,10 +60,7 @@ TEST(RegionOfInterestChecks, EveryFailedConditionInOrder) {
       {RegionOfInterest(0, 0, 0.5, 1), {}},
   };
   for (auto const& [region, events] : cases) {
-    ParsingResult result;
-    region.RunSanityChecks(result);
-    EXPECT_EQ(Events(result), events) << region.width << " x " << region.height;
-    EXPECT_EQ(result.state(), events.empty() ? ParsingResult::Ok : ParsingResult::Error);
+    EXPECT_EQ(Checks(region), events) << region.width << " x " << region.height;
   }
 }
 

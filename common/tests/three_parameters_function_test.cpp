@@ -111,14 +111,11 @@ INSTANTIATE_TEST_SUITE_P(
                             [] { return std::make_unique<FabryPerotDistribution>(false); }}),
     [](const ::testing::TestParamInfo<Shape>& info) { return info.param.name; });
 
-TEST(GaussDistribution, WidthParameterIsTheStandardDeviation) {
+TEST(PeakShapeWidth, GaussTakesTheStandardDeviationAndLorentzTheHalfWidthAtHalfMaximum) {
   const GaussDistribution gauss;
+  const LorentzDistribution lorentz;
   EXPECT_DOUBLE_EQ(gauss.ParamToFWHM(1.0), 2.3548200450309493);
   EXPECT_DOUBLE_EQ(gauss(0.0, 2.0, 3.0, 2.0), 3.0 * std::exp(-0.5));
-}
-
-TEST(LorentzDistribution, WidthParameterIsTheHalfWidthAtHalfMaximum) {
-  const LorentzDistribution lorentz;
   EXPECT_DOUBLE_EQ(lorentz.ParamToFWHM(3.0), 6.0);
   EXPECT_DOUBLE_EQ(lorentz(0.0, 2.0, 3.0, 4.0), 3.0 * 4.0 / 20.0);
 }

@@ -21,12 +21,12 @@ namespace kelto::common {
 namespace {
 
 TEST(SensorTypes, TextFormsRoundTripAndUnknownTextIsUnknown) {
-  for (auto type :
-       {SensorTypes::Unknown, SensorTypes::VKR9, SensorTypes::GENERIC, SensorTypes::TEM480}) {
-    EXPECT_EQ(SensorTypes::FromString(SensorTypes::ToString(type)), type);
+  const char* names[] = {"Unknown", "VKR9", "GENERIC", "TEM480"};
+  for (int value = 0; value < 4; ++value) {
+    const auto type = static_cast<SensorTypes::eType>(value);
+    EXPECT_EQ(SensorTypes::ToString(type), names[value]);
+    EXPECT_EQ(SensorTypes::FromString(names[value]), type);
   }
-  EXPECT_EQ(SensorTypes::ToString(SensorTypes::VKR9), "VKR9");
-  EXPECT_EQ(SensorTypes::ToString(SensorTypes::TEM480), "TEM480");
   EXPECT_EQ(SensorTypes::ToString(static_cast<SensorTypes::eType>(42)), "Unknown");
   EXPECT_EQ(SensorTypes::FromString("vkr9"), SensorTypes::Unknown);
   EXPECT_EQ(SensorTypes::FromString(" VKR9"), SensorTypes::Unknown);

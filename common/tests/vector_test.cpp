@@ -68,36 +68,6 @@ TEST(VectorXml, InconsistentOrAbsentAttributesKeepOnlyWhatTheTextHolds) {
   }
 }
 
-// A record that stores a vector as a named child, the way spectra and legacy bands do.
-class Holder : public XMLSerializableInterface {
- public:
-  void ReadXML(ParsingResult& result, _xmlNode* const& node) override {
-    _xmlNode* child = nullptr;
-    if (_GetElement(child, node, "filter_response", 0)) {
-      values.ReadXML(result, child);
-    }
-  }
-  void WriteXML(_xmlNode*& node) const override {
-    _SetTagName(node, "holder");
-    _SetElement(node, "filter_response", values);
-  }
-  Vector values;
-};
-
-TEST(VectorXml, AsTheChildOfARecord) {
-  Holder written;
-  written.values.SetValues({0.25, 0.5});
-  const std::string text = written.WriteString();
-  EXPECT_NE(text.find("<filter_response nr_elements=\"2\" values=\"0.25 0.5\"/>"),
-            std::string::npos)
-      << text;
-  Holder read;
-  ParsingResult result;
-  read.ReadString(result, text);
-  EXPECT_EQ(read.values, written.values);
-  EXPECT_EQ(Events(result), EventList{ReadStart("filter_response")});
-}
-
 TEST(VectorAccess, ResizeIndexAndRange) {
   Vector vector;
   EXPECT_EQ(vector.Begin(), vector.End());

@@ -202,12 +202,12 @@ TEST(Hypercube, InfoRecordsAreOneAndStartCleared) {
 
 TEST(Hypercube, EmptyExtentsAllocateNothing) {
   for (std::uint32_t interleave : {0U, 2U}) {
-    Hypercube no_bands(MakeFormat(13, 4, 3, 2, 0, interleave));
-    EXPECT_EQ(no_bands.GetSampleBytes(), 0UL);
-    Hypercube no_lines(MakeFormat(13, 4, 3, 0, 2, interleave));
-    EXPECT_EQ(no_lines.GetSampleBytes(), 0UL);
-    Hypercube no_columns(MakeFormat(13, 4, 0, 3, 2, interleave));
-    EXPECT_EQ(no_columns.GetSampleBytes(), 0UL);
+    // No bands, no lines, no columns.
+    for (auto [width, height, bands] :
+         {std::tuple{3UL, 2UL, 0UL}, {3UL, 0UL, 2UL}, {0UL, 3UL, 2UL}}) {
+      EXPECT_EQ(Hypercube(MakeFormat(13, 4, width, height, bands, interleave)).GetSampleBytes(),
+                0UL);
+    }
   }
   // Without bands every pixel of a pixel-interleaved image starts where the block starts.
   Hypercube no_bands(MakeFormat(14, 8, 3, 2, 0, 2));

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +11,8 @@
 #include <string>
 #include <tuple>
 #include <vector>
+
+#include <kelto/test_support/temporary_directory.h>
 
 namespace kelto::datatypes {
 namespace {
@@ -47,24 +47,19 @@ void ExpectIdentity(Matrix<double> const& a, Matrix<double> const& b, double tol
   }
 }
 
-TEST(MatrixConstruction, ZeroByZeroAllocatesNothing) {
-  const Matrix<double> m(0, 0, 1.0);
-  EXPECT_EQ(m.data, nullptr);
-  EXPECT_EQ(m.rows, nullptr);
-  EXPECT_EQ(m.row_count, 0u);
-  EXPECT_EQ(m.column_count, 0u);
-
-  const Matrix<double> no_rows(0, 4, 1.0);
-  EXPECT_EQ(no_rows.row_count, 0u);
-  EXPECT_EQ(no_rows.column_count, 4u);
-}
-
-TEST(MatrixConstruction, FilledRowMajorWithRowPointers) {
+TEST(MatrixConstruction, FilledRowMajorWithRowPointersAndZeroByZeroAllocatesNothing) {
   const Matrix<double> m(2, 3, 1.5);
   EXPECT_TRUE(m.owned);
   EXPECT_EQ(Elements(m), std::vector<double>(6, 1.5));
   ExpectRowPointersFollowData(m);
   EXPECT_THROW(Matrix<double>(1UL << 31, 1UL << 31, 0.0), std::bad_array_new_length);
+
+  const Matrix<double> none(0, 0, 1.0);
+  EXPECT_EQ(
+      std::make_tuple(none.data, none.rows, none.row_count, none.column_count),
+      std::make_tuple(static_cast<double*>(nullptr), static_cast<double**>(nullptr), 0UL, 0UL));
+  const Matrix<double> no_rows(0, 4, 1.0);
+  EXPECT_EQ(std::make_pair(no_rows.row_count, no_rows.column_count), std::make_pair(0UL, 4UL));
 }
 
 TEST(MatrixConstruction, CopyIsDeepAndMoveTakesTheStorageOver) {
@@ -128,20 +123,18 @@ TEST(MatrixAllocation, MatchingSizesKeepEverythingAndOthersRepointTheRows) {
   EXPECT_EQ(m.row_count, 0u);
 }
 
-TEST(MatrixMultiply, MatrixTimesVector) {
+TEST(MatrixMultiply, MatrixTimesVectorAndMatrixTimesMatrix) {
   const Matrix<double> m = Make({{1, 2, 3}, {-1, 0, 0.5}});
   double raw[] = {2.0, -1.0, 4.0};
   const ColumnVector<double> v(raw, raw + 3, false);
-  const ColumnVector<double> product = m.Multiply(v);
-  EXPECT_TRUE(product.owned);
-  EXPECT_EQ(std::vector<double>(product.begin(), product.end()), (std::vector<double>{12, 0}));
+  const ColumnVector<double> column = m.Multiply(v);
+  EXPECT_TRUE(column.owned);
+  EXPECT_EQ(std::vector<double>(column.begin(), column.end()), (std::vector<double>{12, 0}));
 
   const ColumnVector<double> empty = Matrix<double>(0, 3, 1.0).Multiply(v);
   EXPECT_EQ(empty.size, 0u);
   EXPECT_EQ(empty.data, nullptr);
-}
 
-TEST(MatrixMultiply, MatrixTimesMatrix) {
   const Matrix<double> a = Make({{1, 2, 3}, {4, 5, 6}});
   const Matrix<double> b = Make({{7, 8}, {9, 10}, {11, 12}});
   const Matrix<double> product = a.Multiply(b);
@@ -206,13 +199,12 @@ TEST(MatrixInverse, SingularAndMalformedMatricesThrow) {
 }
 
 TEST(MatrixCsv, OneLinePerRowWithTheGivenPrecision) {
-  const std::filesystem::path file = std::filesystem::temp_directory_path() /
-                                     ("kelto_matrix_test_" + std::to_string(::getpid()) + ".csv");
+  const kelto::testing::TemporaryDirectory directory;
+  const std::filesystem::path file = directory.path() / "matrix.csv";
   Matrix<double>::WriteCsv(Make({{1, 2.5}, {-3, 1.0 / 3.0}}), file.string(), 6);
   std::ifstream stream(file);
   const std::string text((std::istreambuf_iterator<char>(stream)),
                          std::istreambuf_iterator<char>());
-  std::filesystem::remove(file);
   EXPECT_EQ(text, "1,2.5\n-3,0.333333\n");
 }
 

@@ -13,7 +13,7 @@ namespace {
 
 using Pixels = std::vector<std::pair<int, int>>;
 
-TEST(RunLengthEncoding, RasterizeListsPixelsInRunOrderKeepingOverlaps) {
+TEST(RunLengthEncoding, RasterizeListsPixelsInRunOrderKeepingOverlapsAndEqualityKeepsTheOrder) {
   RunLengthEncoding encoding;
   EXPECT_TRUE(encoding.IsEmpty());
   EXPECT_TRUE(RunLengthEncodingOperations::Rasterize(encoding).empty());
@@ -26,7 +26,18 @@ TEST(RunLengthEncoding, RasterizeListsPixelsInRunOrderKeepingOverlaps) {
   EXPECT_EQ(encoding.GetNrOfPixels(), 8UL);
   EXPECT_EQ(RunLengthEncodingOperations::Rasterize(encoding),
             (Pixels{{5, 2}, {6, 2}, {7, 2}, {-2, -1}, {-1, -1}, {0, 7}, {-1, -1}, {0, -1}}));
+  // Equality compares the runs in order.
+  RunLengthEncoding copy = encoding;
+  EXPECT_EQ(copy, encoding);
+  copy.AddRun(0, 0, 1);
+  EXPECT_NE(copy, encoding);
+  RunLengthEncoding reordered;
+  for (auto it = encoding.GetRuns().rbegin(); it != encoding.GetRuns().rend(); ++it) {
+    reordered.AddRun(it->x, it->y, it->length);
+  }
+  EXPECT_NE(reordered, encoding);
   encoding.Clear();
+  EXPECT_EQ(encoding, RunLengthEncoding());
   EXPECT_TRUE(encoding.IsEmpty());
   EXPECT_EQ(encoding.GetNrOfPixels(), 0UL);
 }
@@ -47,19 +58,6 @@ TEST(RunLengthEncoding, RunsMustBePositiveAndEndWithinInt) {
   encoding.AddRun(std::numeric_limits<int>::min(), 0, kMax);
   EXPECT_EQ(encoding.GetNrOfPixels(), 2UL + 2UL * static_cast<unsigned long>(kMax));
   EXPECT_EQ(encoding.GetRuns().front(), (RunLengthEncoding::Run{kMax - 1, 0, 2}));
-}
-
-TEST(RunLengthEncoding, EqualityComparesRunsInOrder) {
-  RunLengthEncoding a;
-  RunLengthEncoding b;
-  EXPECT_EQ(a, b);
-  a.AddRun(1, 2, 3);
-  a.AddRun(4, 5, 6);
-  b.AddRun(4, 5, 6);
-  b.AddRun(1, 2, 3);
-  EXPECT_NE(a, b);
-  RunLengthEncoding c = a;
-  EXPECT_EQ(a, c);
 }
 
 }  // namespace

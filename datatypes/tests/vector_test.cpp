@@ -15,7 +15,7 @@ std::vector<double> Values(Vector<double> const& v) {
   return {v.begin(), v.end()};
 }
 
-TEST(VectorConstruction, EmptyAndFilled) {
+TEST(VectorConstruction, EmptyFilledAndBeyondTheLimit) {
   const Vector<double> empty;
   EXPECT_FALSE(empty.owned);
   EXPECT_EQ(empty.data, nullptr);
@@ -28,16 +28,15 @@ TEST(VectorConstruction, EmptyAndFilled) {
   const ColumnVector<double> filled(3, 2.5);
   EXPECT_TRUE(filled.owned);
   EXPECT_EQ(Values(filled), (std::vector<double>{2.5, 2.5, 2.5}));
-}
 
-TEST(VectorConstruction, SizesBeyondTheLimitThrow) {
+  // Sizes beyond the limit throw.
   EXPECT_THROW(Vector<double>(1UL << 60, 0.0), std::bad_array_new_length);
   Vector<double> v;
   EXPECT_THROW(v._Allocate(~0UL, false), std::bad_array_new_length);
   EXPECT_EQ(v.size, 0u);
 }
 
-TEST(VectorConstruction, RangeIsCopiedOrViewed) {
+TEST(VectorConstruction, RangeIsCopiedOrViewedAndACopyOfAViewOwns) {
   double memory[4] = {1.0, 2.0, 3.0, 4.0};
   const Vector<double> copy(memory + 1, memory + 3, true);
   EXPECT_TRUE(copy.owned);
@@ -54,14 +53,12 @@ TEST(VectorConstruction, RangeIsCopiedOrViewed) {
   }
   EXPECT_EQ(memory[2], 30.0);
   EXPECT_EQ(memory[3], 4.0);
-}
 
-TEST(VectorConstruction, CopyOfAViewOwnsItsElements) {
-  double memory[2] = {1.0, 2.0};
+  // A copy of a view owns its elements.
   const RowVector<double> view(memory, memory + 2, false);
-  RowVector<double> copy(view);
-  EXPECT_TRUE(copy.owned);
-  copy[0] = 5.0;
+  RowVector<double> owner(view);
+  EXPECT_TRUE(owner.owned);
+  owner[0] = 5.0;
   EXPECT_EQ(memory[0], 1.0);
 }
 
@@ -79,20 +76,19 @@ TEST(VectorAllocate, SameSizeKeepsEverythingAndKeepCarriesTheCommonPrefixOver) {
   EXPECT_EQ(std::make_pair(v[0], v[1]), std::make_pair(4.0, 4.0));
   v._Allocate(1, true);
   EXPECT_EQ(Values(v), std::vector<double>{4.0});
-}
 
-TEST(VectorAllocate, AViewThatResizesLetsGoOfItsMemory) {
+  // A view that resizes lets go of its memory.
   double memory[2] = {1.0, 2.0};
-  Vector<double> v(memory, memory + 2, false);
-  v._Allocate(3, true);
-  EXPECT_TRUE(v.owned);
-  EXPECT_NE(v.data, memory);
-  v[0] = 9.0;
+  Vector<double> view(memory, memory + 2, false);
+  view._Allocate(3, true);
+  EXPECT_TRUE(view.owned);
+  EXPECT_NE(view.data, memory);
+  view[0] = 9.0;
   EXPECT_EQ(memory[0], 1.0);
-  EXPECT_EQ(v[1], 2.0);
+  EXPECT_EQ(view[1], 2.0);
 }
 
-TEST(VectorAssignment, SameSizeWritesThroughARowViewIntoTheMatrix) {
+TEST(VectorAssignment, SameSizeWritesThroughARowViewAndOtherSizeReplacesTheArray) {
   Matrix<double> m(2, 3, 0.0);
   RowVector<double> row(m.rows[1], m.rows[1] + 3, false);
   const RowVector<double> values(3, 7.0);
@@ -104,15 +100,13 @@ TEST(VectorAssignment, SameSizeWritesThroughARowViewIntoTheMatrix) {
   // A temporary goes the same way: there is no move assignment that could detach the view.
   row = RowVector<double>(3, 1.0);
   EXPECT_EQ(m.rows[1][2], 1.0);
-}
 
-TEST(VectorAssignment, OtherSizeReplacesTheArray) {
-  Matrix<double> m(1, 3, 0.0);
-  RowVector<double> row(m.rows[0], m.rows[0] + 3, false);
+  // Another size replaces the array and leaves the matrix alone.
   row = RowVector<double>(2, 5.0);
   EXPECT_TRUE(row.owned);
   EXPECT_EQ(Values(row), (std::vector<double>{5.0, 5.0}));
-  EXPECT_EQ(std::vector<double>(m.data, m.data + 3), (std::vector<double>{0.0, 0.0, 0.0}));
+  EXPECT_EQ(std::vector<double>(m.data, m.data + 6),
+            (std::vector<double>{0.0, 0.0, 0.0, 1.0, 1.0, 1.0}));
 
   Vector<double> v(2, 1.0);
   const double* before = v.data;
