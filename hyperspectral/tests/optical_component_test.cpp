@@ -210,28 +210,6 @@ TEST(OpticalComponentLegacy, VersionZeroSpreadsTheCurveByRunningAddition) {
   EXPECT_EQ(NotOk(result).back(), Error(kMissingElement, "response"));
 }
 
-TEST(OpticalComponentLegacy, EmptyElementsReportEveryItemInReadingOrder) {
-  const std::vector<std::pair<std::string, std::vector<const char*>>> cases = {
-      {"0", {"created", "wavelength_start_nm", "wavelength_end_nm", "response"}},
-      {"1", {"created", "sample_points_nm", "response"}}};
-  for (const auto& [version, curve] : cases) {
-    OpticalComponent component = Longpass();
-    EventList expected = {ReadStart("optical_component")};
-    for (const char* name : {"type", "manufacturer", "part_id", "tag", "description", "measurement",
-                             "transmission_range_start_nm", "transmission_range_end_nm"}) {
-      expected.push_back(Error(kMissingElement, name));
-    }
-    for (const char* name : curve) {
-      expected.push_back(Error(kMissingElement, name));
-    }
-    EXPECT_EQ(Events(Read(component, "<optical_component version=\"" + version + "\"/>")), expected)
-        << version;
-    OpticalComponent defaults;
-    defaults.type = OpticalComponents::OC_UNKNOWN;
-    EXPECT_TRUE(component == defaults) << version;
-  }
-}
-
 TEST(OpticalComponentChecks, EmptyNegativeAndBackwardCurvesAreWarnings) {
   OpticalComponent component = Longpass();
   EXPECT_TRUE(Checks(component).empty());
