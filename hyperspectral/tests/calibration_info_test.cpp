@@ -116,18 +116,6 @@ TEST(CalibrationInfoVersions, EachVersionReportsItsMissingItems) {
   }
 }
 
-TEST(CalibrationInfoVersions, VectorClaimingMoreThanItHoldsIsAnEvent) {
-  for (const std::string count : {"5", "18446744073709551615", "-4", "many"}) {
-    CalibrationInfo grid;
-    const auto result = Read(grid, Points(5, "<sample_points_nm nr_elements=\"" + count +
-                                                 "\" values=\"500 510 520\"/>"));
-    EXPECT_EQ(Events(result), (EventList{ReadStart("calibration_info"),
-                                         Error(kMissingElement, "sample_points_nm")}))
-        << count;
-    EXPECT_LE(grid.sample_points_nm.size(), 3u);
-  }
-}
-
 TEST(CalibrationInfoChecks, EmptyAndBackwardGridsWarn) {
   const std::vector<std::pair<std::vector<double>, EventList>> cases = {
       {{}, {CheckWarning("!sample_points_nm.empty ()")}},

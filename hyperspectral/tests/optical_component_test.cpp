@@ -85,23 +85,6 @@ TEST(OpticalComponentReading, UnreadableDateFallsBackTo1900) {
   }
 }
 
-TEST(OpticalComponentReading, CountBeyondTheValuesIsAnErrorWithoutAllocation) {
-  OpticalComponent component;
-  const auto result = Read(component, R"(<optical_component version="2">
-      <type>bandpass_filter</type><manufacturer>m</manufacturer><part_id>p</part_id>
-      <tag>t</tag><description>d</description><measurement>x</measurement>
-      <transmission_range_start_nm>400</transmission_range_start_nm>
-      <transmission_range_end_nm>700</transmission_range_end_nm>
-      <measured>2020-01-01</measured>
-      <sample_points_nm nr_elements="18446744073709551615" values="400 500 600"/>
-      <response nr_elements="3" values="0.5 0.9 0.5"/></optical_component>)");
-  EXPECT_EQ(Events(result), (EventList{ReadStart("optical_component"),
-                                       Error(kMissingElement, "sample_points_nm")}));
-  EXPECT_LE(component.sample_points_nm.size(), 3u);
-  EXPECT_LE(component.sample_points_nm.capacity(), 1024u);
-  EXPECT_EQ(component.response, (std::vector<double>{0.5, 0.9, 0.5}));
-}
-
 TEST(OpticalComponentReading, MissingAndNegativeVersionsReadNothing) {
   const std::vector<std::pair<std::string, int>> cases = {{"", kMissingVersion},
                                                           {R"(version="-2")", kUnsupportedVersion}};
