@@ -462,7 +462,6 @@ TEST(SensorCalibrationDefaults, IdentityTimesAndSoftware) {
   EXPECT_EQ(calibration.software_version, common::GetVersionString());
   EXPECT_GE(calibration.created, before);
   EXPECT_GE(calibration.modified, calibration.created);
-  EXPECT_EQ(calibration.GetTypeName(), "Unknown-unknown");
 }
 
 TEST(SensorCalibrationSamples, EveryBundledSampleIsSoundAndRoundTrips) {
