@@ -69,19 +69,13 @@ TEST(OpticalComponentReading, EveryMissingItemIsAnErrorInFileOrder) {
 
 TEST(OpticalComponentReading, UnreadableDateFallsBackTo1900) {
   for (const std::string text : {"yesterday", "not-a-date-time", "2023-13-01"}) {
-    OpticalComponent component = Longpass();
-    const auto result = Read(component, R"(<optical_component version="2">
-        <type>source</type><manufacturer/><part_id/><tag/><description/><measurement/>
-        <transmission_range_start_nm>0</transmission_range_start_nm>
-        <transmission_range_end_nm>0</transmission_range_end_nm><measured>)" +
-                                            text + R"(</measured>
-        <sample_points_nm nr_elements="0" values=""/><response nr_elements="0" values=""/>
-        </optical_component>)");
+    OpticalComponent component;
+    const auto result = Read(component, Replace(Longpass().WriteString(), "2023-04-05", text));
     EXPECT_EQ(Events(result),
               (EventList{ReadStart("optical_component"), Error(kMissingValue, "measured")}))
         << text;
     EXPECT_EQ(component.measured, common::time::DateFromString("1900-01-01")) << text;
-    EXPECT_EQ(component.type, OpticalComponents::OC_SOURCE);
+    EXPECT_EQ(component.response, Longpass().response) << text;
   }
 }
 
