@@ -101,14 +101,6 @@ TEST(FilterResponses, SelectedOnlySkipsTheOthers) {
   EXPECT_EQ(Utilities::GetFilterResponses(none, false).size(), 4u);
 }
 
-TEST(FilterResponses, NoZonesNoResponses) {
-  const SensorCalibration calibration;
-  EXPECT_TRUE(Utilities::GetFilterResponses(calibration, false).empty());
-  SensorCalibration empty_zone;
-  empty_zone.filter_info.filter_zones.push_back(FilterZone(FilterZone::MOSAIC));
-  EXPECT_TRUE(Utilities::GetFilterResponses(empty_zone, false).empty());
-}
-
 TEST(FilterResponses, TheOutputListIsReplacedAndTheResultIsACopyOfIt) {
   std::vector<common::FilterResponse> responses(7);
   const std::vector<common::FilterResponse> result =
@@ -121,8 +113,13 @@ TEST(FilterResponses, TheOutputListIsReplacedAndTheResultIsACopyOfIt) {
     EXPECT_EQ(result[i].first_peak.wavelength_nm, responses[i].first_peak.wavelength_nm);
     EXPECT_NE(result[i].response.data(), responses[i].response.data());
   }
-  // An empty calibration empties the list too.
+  // A calibration without zones, or with a zone without bands, empties the list too.
   Utilities::GetFilterResponses(SensorCalibration(), false, responses);
+  EXPECT_TRUE(responses.empty());
+  SensorCalibration empty_zone;
+  empty_zone.filter_info.filter_zones.push_back(FilterZone(FilterZone::MOSAIC));
+  responses.resize(2);
+  EXPECT_TRUE(Utilities::GetFilterResponses(empty_zone, false, responses).empty());
   EXPECT_TRUE(responses.empty());
 }
 

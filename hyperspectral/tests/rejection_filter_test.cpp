@@ -6,6 +6,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -140,20 +141,18 @@ TEST(RejectionFilterConvert, OneNanometreGridWhateverTheResolution) {
 }
 
 TEST(RejectionFilterConvert, TransmissionRangeIsTheSpanAtOrAboveOneHalf) {
-  OpticalComponent component = Filter(600.0, 700.0, 25.0, {0.1, 0.5, 0.9, 0.7, 0.2}).Convert();
-  EXPECT_EQ(component.transmission_range_start_nm, 625.0);
-  EXPECT_EQ(component.transmission_range_end_nm, 675.0);
-
-  // Never one half: the range starts past the end of the curve and ends at its start.
-  component = Filter(600.0, 700.0, 25.0, {0.1, 0.2, 0.49}).Convert();
-  EXPECT_EQ(component.transmission_range_start_nm, 750.0);
-  EXPECT_EQ(component.transmission_range_end_nm, 600.0);
-
-  // Fewer than two values: the start only.
-  component = Filter(600.0, 700.0, 25.0, {0.9}).Convert();
-  EXPECT_EQ(component.transmission_range_start_nm, 600.0);
-  EXPECT_EQ(component.transmission_range_end_nm, 0.0);
-  EXPECT_EQ(component.response, std::vector<double>{0.9});
+  // Never one half: the range starts past the end of the curve and ends at its start. Fewer
+  // than two values: the start only.
+  const std::vector<std::tuple<std::vector<double>, double, double>> cases = {
+      {{0.1, 0.5, 0.9, 0.7, 0.2}, 625.0, 675.0},
+      {{0.1, 0.2, 0.49}, 750.0, 600.0},
+      {{0.9}, 600.0, 0.0}};
+  for (const auto& [curve, start, end] : cases) {
+    const OpticalComponent component = Filter(600.0, 700.0, 25.0, curve).Convert();
+    EXPECT_EQ(component.transmission_range_start_nm, start) << curve.size();
+    EXPECT_EQ(component.transmission_range_end_nm, end) << curve.size();
+    EXPECT_EQ(component.response, curve) << curve.size();
+  }
 }
 
 TEST(RejectionFilterClear, BackToNoFilter) {
