@@ -614,13 +614,6 @@ TEST_F(DataAccessorTest, SetUpTakesEffectAtTheNextStartAndIsRefusedWhileRunning)
   Spectrum scaled = Scaled({1, 1}, 3);
   scaled[0] = 2.5;
   ExpectNear(accessor.GetSpectrum({1, 1}), Multiply(other_matrix, scaled));
-
-  // Without a matrix the coefficients of the previous start are not used.
-  accessor.Stop();
-  accessor.SetCorrectionMatrix(nullptr);
-  accessor.Start();
-  EXPECT_EQ(accessor.GetDataFormat()->GetNrOfBands(), 3u);
-  EXPECT_EQ(accessor.GetSpectrum({1, 1}), scaled);
 }
 
 TEST_F(DataAccessorTest, ResetForgetsEverythingAndTakesANewImage) {
