@@ -161,9 +161,12 @@ TEST(BlockCorrector, ReflectanceFromDarkAndWhiteReferences) {
       Samples::PixelInterleaved(white.data(), BandImageDataFormat::kUnsignedShort, 2, 1, 2);
   const BlockCorrector corrector(Identity(2));
   std::vector<float> out(4);
-  corrector.CorrectReflectance(
-      Samples::PixelInterleaved(raw.data(), BandImageDataFormat::kUnsignedShort, 2, 1, 2), dark,
-      bright, std::nan(""), Target::PixelInterleaved(out.data(), 2, 1, 2));
+  const auto reflectance = [&] {
+    corrector.CorrectReflectance(
+        Samples::PixelInterleaved(raw.data(), BandImageDataFormat::kUnsignedShort, 2, 1, 2), dark,
+        bright, std::nan(""), Target::PixelInterleaved(out.data(), 2, 1, 2));
+  };
+  reflectance();
   EXPECT_EQ(out[0], 0.5f);  // (60 - 10) / (110 - 10)
   EXPECT_EQ(out[1], 0.5f);  // (30 - 10) / (50 - 10)
   EXPECT_EQ(out[2], 1.0f);  // (110 - 10) / (110 - 10)
@@ -171,21 +174,14 @@ TEST(BlockCorrector, ReflectanceFromDarkAndWhiteReferences) {
 
   // White not above dark in one band: the whole pixel has no value.
   dark.spectrum = {10.0, 45.0};
-  corrector.CorrectReflectance(
-      Samples::PixelInterleaved(raw.data(), BandImageDataFormat::kUnsignedShort, 2, 1, 2), dark,
-      bright, std::nan(""), Target::PixelInterleaved(out.data(), 2, 1, 2));
+  reflectance();
   EXPECT_EQ(out[0], 0.5f);
   EXPECT_EQ(out[1], -3.0f);  // (30 - 45) / (50 - 45): below dark is no fault
   EXPECT_TRUE(std::isnan(out[2]) && std::isnan(out[3]));
 
   dark.spectrum = {10.0};
-  EXPECT_THAT(
-      [&] {
-        corrector.CorrectReflectance(
-            Samples::PixelInterleaved(raw.data(), BandImageDataFormat::kUnsignedShort, 2, 1, 2),
-            dark, bright, std::nan(""), Target::PixelInterleaved(out.data(), 2, 1, 2));
-      },
-      ThrowsMessage<std::invalid_argument>(HasSubstr("dark reference has 1 values")));
+  EXPECT_THAT(reflectance,
+              ThrowsMessage<std::invalid_argument>(HasSubstr("dark reference has 1 values")));
 }
 
 TEST(BlockCorrector, RefusesWhatItCannotCorrect) {
@@ -251,12 +247,7 @@ TEST(BlockCorrector, ThreadsOnDisjointBlocksShareOneObject) {
   EXPECT_EQ(alone, together);
 }
 
-}  // namespace
-}  // namespace kelto::hyperspectral
-
-namespace kelto::hyperspectral {
-namespace {
-
+// Every layout converts its samples alike: the same bits whatever the order.
 TEST(BlockCorrectorLayouts, BandSequentialAndByPixelGiveTheSameBits) {
   constexpr unsigned long kWidth = 50;
   constexpr unsigned long kBands = 16;
@@ -269,17 +260,15 @@ TEST(BlockCorrectorLayouts, BandSequentialAndByPixelGiveTheSameBits) {
       bsq[b * kWidth + p] = value;
     }
   }
-  const BlockCorrector corrector(testing::MakeMatrix(kBands, kBands));
+  const BlockCorrector corrector(MakeMatrix(kBands, kBands));
   std::vector<float> from_bip(kWidth * kBands);
   std::vector<float> from_bsq(kWidth * kBands);
   corrector.Correct(
-      BlockCorrector::Samples::PixelInterleaved(
-          bip.data(), datatypes::BandImageDataFormat::kUnsignedShort, kWidth, 1, kBands),
-      3.0, 65535.0, BlockCorrector::Target::PixelInterleaved(from_bip.data(), kWidth, 1, kBands));
+      Samples::PixelInterleaved(bip.data(), BandImageDataFormat::kUnsignedShort, kWidth, 1, kBands),
+      3.0, 65535.0, Target::PixelInterleaved(from_bip.data(), kWidth, 1, kBands));
   corrector.Correct(
-      BlockCorrector::Samples::BandSequential(
-          bsq.data(), datatypes::BandImageDataFormat::kUnsignedShort, kWidth, 1, kBands),
-      3.0, 65535.0, BlockCorrector::Target::PixelInterleaved(from_bsq.data(), kWidth, 1, kBands));
+      Samples::BandSequential(bsq.data(), BandImageDataFormat::kUnsignedShort, kWidth, 1, kBands),
+      3.0, 65535.0, Target::PixelInterleaved(from_bsq.data(), kWidth, 1, kBands));
   EXPECT_EQ(from_bip, from_bsq);
 }
 

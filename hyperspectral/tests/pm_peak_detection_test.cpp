@@ -3,12 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 #include <list>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <kelto/common/parameter_container.h>
@@ -239,26 +241,23 @@ TEST(PeakDetectionWidth, HalfMaximumPointsAndTheirFallbacks) {
   EXPECT_EQ(Probe::_GetFWHMSingleSide({}, {}), 0.0);
 
   const Probe module{Module::Parameters()};
-  // Symmetric triangle around 5: half points at 4 and 6.
-  Peak peak;
-  peak.wavelength = 5.0;
   const std::vector<double> w = Grid(0.0, 10.0, 1.0);
-  module._GetFWHM(peak, {0, 0, 0, 0, 0.5, 1, 0.5, 0, 0, 0, 0}, w, 2.0);
-  EXPECT_DOUBLE_EQ(peak.wavelength, 5.0);
-  EXPECT_DOUBLE_EQ(peak.fwhm, 2.0);
-  // The right side falls to half only after 4 nm, more than twice the left's 1 nm: it is
-  // replaced by the mirror of the left, and the centre stays.
-  peak = Peak();
-  peak.wavelength = 5.0;
-  module._GetFWHM(peak, {0, 0, 0, 0, 0.5, 1, 0.9, 0.8, 0.7, 0.6, 0.5}, w, 2.0);
-  EXPECT_DOUBLE_EQ(peak.fwhm, 2.0);
-  EXPECT_DOUBLE_EQ(peak.wavelength, 5.0);
-  // Within the factor, the centre moves between the half points.
-  peak = Peak();
-  peak.wavelength = 5.0;
-  module._GetFWHM(peak, {0, 0, 0, 0, 0.5, 1, 0.75, 0.5, 0, 0, 0}, w, 2.0);
-  EXPECT_DOUBLE_EQ(peak.fwhm, 3.0);
-  EXPECT_DOUBLE_EQ(peak.wavelength, 5.5);
+  // Response, then the width and the centre found for a peak first placed at 5.
+  const std::vector<std::tuple<std::vector<double>, double, double>> cases = {
+      // Symmetric triangle: half points at 4 and 6.
+      {{0, 0, 0, 0, 0.5, 1, 0.5, 0, 0, 0, 0}, 2.0, 5.0},
+      // The right side falls to half only after 4 nm, more than twice the left's 1 nm: it is
+      // replaced by the mirror of the left, and the centre stays.
+      {{0, 0, 0, 0, 0.5, 1, 0.9, 0.8, 0.7, 0.6, 0.5}, 2.0, 5.0},
+      // Within the factor, the centre moves between the half points.
+      {{0, 0, 0, 0, 0.5, 1, 0.75, 0.5, 0, 0, 0}, 3.0, 5.5}};
+  for (const auto& [response, fwhm, centre] : cases) {
+    Peak peak;
+    peak.wavelength = 5.0;
+    module._GetFWHM(peak, response, w, 2.0);
+    EXPECT_DOUBLE_EQ(peak.fwhm, fwhm) << fwhm << ", " << centre;
+    EXPECT_DOUBLE_EQ(peak.wavelength, centre) << fwhm << ", " << centre;
+  }
 }
 
 TEST(PeakDetectionWindow, BothEndsInclusive) {
@@ -280,26 +279,22 @@ TEST(PeakDetectionFit, GridSearchFindsTheGridPointOfTheCurve) {
   for (const double x : w) {
     response.push_back(100.0 * gauss(501.0, 4.0, 0.5, x));
   }
-  double p1 = 0;
-  double p2 = 0;
-  double p3 = 0;
-  module._FitFunctionBruteForce(p1, p2, p3, w, response, gauss, 499.0, 503.0, 5, 2.0, 6.0, 5, 0.3,
-                                0.7, 5);
-  EXPECT_NEAR(p1, 501.0, 1e-12);
-  EXPECT_NEAR(p2, 4.0, 1e-12);
-  EXPECT_NEAR(p3, 0.5, 1e-12);
-
-  // One count: only the lower corner is tried. No count: the middle of the box.
-  module._FitFunctionBruteForce(p1, p2, p3, w, response, gauss, 499.0, 503.0, 1, 2.0, 6.0, 1, 0.3,
-                                0.7, 1);
-  EXPECT_EQ(p1, 499.0);
-  EXPECT_EQ(p2, 2.0);
-  EXPECT_EQ(p3, 0.3);
-  module._FitFunctionBruteForce(p1, p2, p3, w, response, gauss, 499.0, 503.0, 0, 2.0, 6.0, 5, 0.3,
-                                0.7, 5);
-  EXPECT_EQ(p1, 501.0);
-  EXPECT_EQ(p2, 4.0);
-  EXPECT_EQ(p3, 0.5);
+  // Per row the counts of the three parameters and what they find. All 5: the grid point of the
+  // curve. One count: only the lower corner is tried. No count: the middle of the box.
+  const std::vector<std::pair<std::array<int, 3>, std::array<double, 3>>> cases = {
+      {{5, 5, 5}, {501.0, 4.0, 0.5}},
+      {{1, 1, 1}, {499.0, 2.0, 0.3}},
+      {{0, 5, 5}, {501.0, 4.0, 0.5}}};
+  for (const auto& [counts, expected] : cases) {
+    double p1 = 0;
+    double p2 = 0;
+    double p3 = 0;
+    module._FitFunctionBruteForce(p1, p2, p3, w, response, gauss, 499.0, 503.0, counts[0], 2.0, 6.0,
+                                  counts[1], 0.3, 0.7, counts[2]);
+    EXPECT_NEAR(p1, expected[0], 1e-12) << counts[0];
+    EXPECT_NEAR(p2, expected[1], 1e-12) << counts[0];
+    EXPECT_NEAR(p3, expected[2], 1e-12) << counts[0];
+  }
 }
 
 TEST(PeakDetectionScore, ContributionIsCappedAndAnEmptyWindowScoresNothing) {

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <string>
+#include <utility>
 #include <vector>
 
 #include <kelto/datatypes/band_image_data_format.h>
@@ -109,29 +111,22 @@ TEST(RawFrameAssembler, WedgesGiveOneLineOfStripeMeansPerFrame) {
 }
 
 TEST(RawFrameAssembler, ZonesWithoutOneGridAreRefusedByName) {
-  EXPECT_THAT(
-      [] {
-        RawFrameAssembler(Filter({Zone(FilterZone::MOSAIC, 0, {0, 0, 4, 4}, 2, 2, {0, 1, 2, 3}),
-                                  Zone(FilterZone::WEDGE, 1, {0, 4, 4, 2}, 1, 2, {0, 1})}));
-      },
-      ThrowsMessage<std::invalid_argument>(
-          HasSubstr("zone 0 (MOSAIC) and zone 1 (WEDGE) do not share one spatial grid")));
-  EXPECT_THAT(
-      [] {
-        RawFrameAssembler(Filter({Zone(FilterZone::WEDGE, 0, {0, 0, 4, 4}, 1, 2, {0, 1}),
-                                  Zone(FilterZone::WEDGE, 3, {2, 4, 4, 2}, 1, 2, {0, 1})}));
-      },
-      ThrowsMessage<std::invalid_argument>(HasSubstr("zone 0 (WEDGE) and zone 3 (WEDGE)")));
-  EXPECT_THAT(
-      [] {
-        RawFrameAssembler(Filter({Zone(FilterZone::MOSAIC, 0, {0, 0, 4, 4}, 2, 2, {4})}));
-      },
-      ThrowsMessage<std::invalid_argument>(HasSubstr("pattern position 4 lies outside")));
+  const FilterZone mosaic = Zone(FilterZone::MOSAIC, 0, {0, 0, 4, 4}, 2, 2, {0, 1, 2, 3});
+  const FilterZone wedge = Zone(FilterZone::WEDGE, 0, {0, 0, 4, 4}, 1, 2, {0, 1});
+  const std::vector<std::pair<std::vector<FilterZone>, std::string>> cases = {
+      {{mosaic, Zone(FilterZone::WEDGE, 1, {0, 4, 4, 2}, 1, 2, {0, 1})},
+       "zone 0 (MOSAIC) and zone 1 (WEDGE) do not share one spatial grid"},
+      {{wedge, Zone(FilterZone::WEDGE, 3, {2, 4, 4, 2}, 1, 2, {0, 1})},
+       "zone 0 (WEDGE) and zone 3 (WEDGE)"},
+      {{Zone(FilterZone::MOSAIC, 0, {0, 0, 4, 4}, 2, 2, {4})}, "pattern position 4 lies outside"}};
+  for (const auto& [zones, text] : cases) {
+    EXPECT_THAT([&] { RawFrameAssembler{Filter(zones)}; },
+                ThrowsMessage<std::invalid_argument>(HasSubstr(text)));
+  }
   EXPECT_THROW(RawFrameAssembler(Filter({Zone(FilterZone::MOSAIC, 0, {0, 0, 4, 4}, 0, 2, {0})})),
                std::invalid_argument);
   EXPECT_THROW(RawFrameAssembler(Filter({})), std::invalid_argument);
-  const RawFrameAssembler assembler(
-      Filter({Zone(FilterZone::MOSAIC, 0, {0, 0, 4, 4}, 2, 2, {0, 1, 2, 3})}));
+  const RawFrameAssembler assembler(Filter({mosaic}));
   const auto frame = Frame(4, 4);
   std::vector<float> cube(16);
   EXPECT_THROW(assembler.Assemble(frame.data(), 0, 4, 4, cube.data()), std::invalid_argument);

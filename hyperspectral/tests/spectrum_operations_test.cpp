@@ -125,13 +125,10 @@ TEST(SpectrumOperations, ExtractSpectrumReadsEveryPixelInBothOrdersAndNothingOut
                          static_cast<unsigned long>(pixel.second)))
           << pixel.first << "," << pixel.second;
     }
-    for (const Pixel& pixel : Pixels{{-1, 0},
-                                     {0, -1},
-                                     {w, 0},
-                                     {0, h},
-                                     {w, h},
-                                     {std::numeric_limits<int>::min(), 0},
-                                     {0, std::numeric_limits<int>::max()}}) {
+    const int low = std::numeric_limits<int>::min();
+    const int high = std::numeric_limits<int>::max();
+    for (const Pixel& pixel :
+         Pixels{{-1, 0}, {0, -1}, {w, 0}, {0, h}, {w, h}, {low, 0}, {0, high}}) {
       EXPECT_THAT([&] { SpectrumOperations::ExtractSpectrum(*cube, pixel); },
                   ThrowsMessage<std::runtime_error>(StrEq("out of range pixel")))
           << pixel.first << "," << pixel.second;

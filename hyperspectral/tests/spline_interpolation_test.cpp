@@ -23,22 +23,11 @@ using Values = std::vector<double>;
 constexpr Type kNatural = SplineInterpolation::IT_TARVIK_NATURAL_CUBIC;
 constexpr Type kNotAKnot = SplineInterpolation::IT_NOT_A_KNOT_CUBIC;
 
-// The grids of data/spline_fixtures.txt, computed by SciPy (data/make_spline_fixtures.py).
-struct SplineFixture {
-  std::string name;
-  Values x, y, xi, natural, not_a_knot;
-};
-
-const std::vector<SplineFixture>& SplineFixtures() {
-  static const std::vector<SplineFixture> fixtures = [] {
-    std::vector<SplineFixture> read;
-    for (const auto& r :
-         kelto::testing::ReadReferenceRecords(KELTO_TEST_DATA_DIR "/spline_fixtures.txt")) {
-      read.push_back(
-          {r.name, r.Row("x"), r.Row("y"), r.Row("xi"), r.Row("natural"), r.Row("not_a_knot")});
-    }
-    return read;
-  }();
+// The grids of data/spline_fixtures.txt, computed by SciPy (data/make_spline_fixtures.py): rows
+// x, y, the targets xi and the results natural and not_a_knot.
+const std::vector<kelto::testing::ReferenceRecord>& SplineFixtures() {
+  static const std::vector<kelto::testing::ReferenceRecord> fixtures =
+      kelto::testing::ReadReferenceRecords(KELTO_TEST_DATA_DIR "/spline_fixtures.txt");
   return fixtures;
 }
 
@@ -69,9 +58,11 @@ void ExpectRelativelyNear(const Values& actual, const Values& expected, const st
 // Reference values from SciPy, on irregular grids, including one target on either side of the
 // sample points, which both kinds extrapolate with their end cubics.
 TEST(SplineVersusScipy, BothKindsAgreeWithAnIndependentSolver) {
-  for (const SplineFixture& f : SplineFixtures()) {
-    ExpectRelativelyNear(Resample(f.x, f.y, f.xi, kNatural), f.natural, f.name + " natural");
-    ExpectRelativelyNear(Resample(f.x, f.y, f.xi, kNotAKnot), f.not_a_knot, f.name + " not-a-knot");
+  for (const auto& f : SplineFixtures()) {
+    const Values &x = f.Row("x"), &y = f.Row("y"), &xi = f.Row("xi");
+    ExpectRelativelyNear(Resample(x, y, xi, kNatural), f.Row("natural"), f.name + " natural");
+    ExpectRelativelyNear(Resample(x, y, xi, kNotAKnot), f.Row("not_a_knot"),
+                         f.name + " not-a-knot");
   }
 }
 
@@ -82,13 +73,13 @@ TEST(SplineSegments, JoinWithContinuousSecondDerivativeAndTwoPointsAreALine) {
     EXPECT_EQ((Values{line[0].x, line[0].a, line[0].b, line[0].c, line[0].d}),
               (Values{0.0, 0.0, 1.0, 0.0, 0.0}));
 
-    const SplineFixture& f = SplineFixtures()[1];
-    const std::vector<SplineSegment> s = Segments(f.x, f.y, type);
-    ASSERT_EQ(s.size(), f.x.size() - 1);
+    const Values &x = SplineFixtures()[1].Row("x"), &y = SplineFixtures()[1].Row("y");
+    const std::vector<SplineSegment> s = Segments(x, y, type);
+    ASSERT_EQ(s.size(), x.size() - 1);
     for (std::size_t i = 0; i + 1 < s.size(); ++i) {
       const double h = s[i + 1].x - s[i].x;
-      EXPECT_EQ(s[i].a, f.y[i]);
-      EXPECT_EQ(s[i].x, f.x[i]);
+      EXPECT_EQ(s[i].a, y[i]);
+      EXPECT_EQ(s[i].x, x[i]);
       EXPECT_NEAR(Evaluate(s[i], s[i + 1].x), s[i + 1].a, 1e-12);
       EXPECT_NEAR(s[i].b + 2.0 * s[i].c * h + 3.0 * s[i].d * h * h, s[i + 1].b, 1e-12);
       EXPECT_NEAR(s[i].c + 3.0 * s[i].d * h, s[i + 1].c, 1e-12);
@@ -102,15 +93,15 @@ TEST(SplineSegments, EndConditionsOfBothKinds) {
   ASSERT_EQ(hat.size(), 2u);
   EXPECT_EQ(hat[0].c, 0.0);
   EXPECT_EQ(hat[1].c + 3.0 * hat[1].d * 1.0, 0.0);
-  const SplineFixture& f = SplineFixtures()[2];
-  const std::vector<SplineSegment> natural = Segments(f.x, f.y, kNatural);
+  const Values &x = SplineFixtures()[2].Row("x"), &y = SplineFixtures()[2].Row("y");
+  const std::vector<SplineSegment> natural = Segments(x, y, kNatural);
   EXPECT_EQ(natural.front().c, 0.0);
-  EXPECT_NEAR(natural.back().c + 3.0 * natural.back().d * (f.x.back() - natural.back().x), 0.0,
+  EXPECT_NEAR(natural.back().c + 3.0 * natural.back().d * (x.back() - natural.back().x), 0.0,
               1e-12);
 
   // Not-a-knot: the third derivative does not jump at the second and second to last points, as
   // it does elsewhere.
-  const std::vector<SplineSegment> s = Segments(f.x, f.y, kNotAKnot);
+  const std::vector<SplineSegment> s = Segments(x, y, kNotAKnot);
   const std::size_t last = s.size() - 1;
   EXPECT_NEAR(s[0].d, s[1].d, 1e-9 * std::fabs(s[0].d));
   EXPECT_NEAR(s[last - 1].d, s[last].d, 1e-9 * std::fabs(s[last].d));
@@ -155,7 +146,7 @@ class SplineProcess : public ::testing::TestWithParam<Type> {
   const Values y = {0.5, -0.5, 2.0, 1.0, 3.0};
 };
 
-TEST_P(SplineProcess, TargetsOutsideTheSamplePoints) {
+TEST_P(SplineProcess, TargetsOutsideOnAKnotBehindTheCursorAndClamped) {
   const std::vector<SplineSegment> s = Segments(x, y, GetParam());
   // Below the first point zero unless extrapolating, above the last always the last cubic.
   EXPECT_EQ(Resample(x, y, {0.0}, GetParam(), false), Values{0.0});
@@ -165,28 +156,23 @@ TEST_P(SplineProcess, TargetsOutsideTheSamplePoints) {
     EXPECT_DOUBLE_EQ(value, Evaluate(s.back(), 8.0));
     EXPECT_NE(value, 0.0);
   }
-}
 
-TEST_P(SplineProcess, APointOnAKnotBelongsToTheSegmentStartingThere) {
-  // dx is then exactly 0, so the result is the sample value itself. The last point has no
-  // segment of its own: the last cubic reaches its value only up to rounding.
-  const Values out = Resample(x, y, x, GetParam(), false);
+  // A point on a knot belongs to the segment starting there: dx is then exactly 0, so the result
+  // is the sample value itself. The last point has no segment of its own: the last cubic reaches
+  // its value only up to rounding.
+  Values out = Resample(x, y, x, GetParam(), false);
   EXPECT_EQ(Values(out.begin(), out.end() - 1), Values(y.begin(), y.end() - 1));
   EXPECT_NEAR(out.back(), y.back(), 1e-12);
-}
 
-TEST_P(SplineProcess, TheCursorNeverMovesBack) {
-  const std::vector<SplineSegment> s = Segments(x, y, GetParam());
-  const Values out = Resample(x, y, {4.5, 1.5, 0.5}, GetParam(), false);
+  // The cursor never moves back: behind it a target is evaluated on the segment of the previous
+  // one, not on its own; below the first point the zero rule still applies.
+  out = Resample(x, y, {4.5, 1.5, 0.5}, GetParam(), false);
   EXPECT_DOUBLE_EQ(out[0], Evaluate(s[2], 4.5));
-  // Behind the cursor: evaluated on the segment of 4.5, not on its own.
   EXPECT_DOUBLE_EQ(out[1], Evaluate(s[2], 1.5));
   EXPECT_NE(out[1], Evaluate(s[0], 1.5));
-  // Below the first point the zero rule still applies.
   EXPECT_EQ(out[2], 0.0);
-}
 
-TEST_P(SplineProcess, ClampSetsOnlyNegativeResultsToZero) {
+  // Clamp sets only negative results to zero.
   const Values knots = {-0.5, 0.5};
   const Values xs = {0.0, 1.0};
   EXPECT_EQ(Resample(xs, knots, xs, GetParam(), true, true), (Values{0.0, 0.5}));
