@@ -1,6 +1,11 @@
 # Helpers shared by the four libraries: one shared library per folder with its export header,
 # warnings, version and install rules, and one test program per library.
 
+# The options of a build with KELTO_SANITIZE_ADDRESS, for the family's targets and for the
+# programs that the install-and-consume test builds against them.
+set(KELTO_ADDRESS_SANITIZER_OPTIONS -fsanitize=address,undefined -fno-sanitize-recover=undefined
+    -fno-omit-frame-pointer)
+
 function(kelto_set_warnings target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic)
   if(KELTO_WARNINGS_AS_ERRORS)
@@ -9,6 +14,10 @@ function(kelto_set_warnings target)
   if(KELTO_SANITIZE_THREAD)
     target_compile_options(${target} PRIVATE -fsanitize=thread)
     target_link_options(${target} PRIVATE -fsanitize=thread)
+  endif()
+  if(KELTO_SANITIZE_ADDRESS)
+    target_compile_options(${target} PRIVATE ${KELTO_ADDRESS_SANITIZER_OPTIONS})
+    target_link_options(${target} PRIVATE ${KELTO_ADDRESS_SANITIZER_OPTIONS})
   endif()
 endfunction()
 
