@@ -3,7 +3,9 @@
 #                   bundled sample data
 #   make test       installs what is missing, builds, and runs every test under ctest but the
 #                   sanitizer builds
-#   make sanitize   the sanitizer builds of the libraries and their tests (slow); CI runs it too
+#   make sanitize   the sanitizer builds (slow; CI runs it too): the C++ test suite under
+#                   AddressSanitizer and UndefinedBehaviorSanitizer, the concurrency tests under
+#                   ThreadSanitizer, each built in a folder of the build tree
 #   make fuzz       installs clang and libFuzzer, builds the fuzz targets in build-fuzz and runs
 #                   each for FUZZ_SECONDS (default 60) seconds
 
@@ -39,7 +41,7 @@ build: configure
 
 # The ctest labels of the cases that build a sanitizer copy of the libraries of their own, as a
 # regular expression: slow, so they belong to make sanitize rather than make test.
-SANITIZER_LABELS := ^(tsan)$$
+SANITIZER_LABELS := ^(tsan|asan)$$
 
 test: build
 	@ctest --test-dir $(BUILD_DIR) --output-on-failure --parallel $(JOBS) \

@@ -2,7 +2,8 @@
 # programs against it through the CMake package, compiles the smallest one once more through
 # pkg-config, and runs the installed kelto-hsi, which must find the installed libraries by itself.
 # Inputs: BUILD_DIR, SOURCE_DIR (examples/), DATA_DIR (the bundled samples), WORK_DIR, GENERATOR,
-# WITH_TOOLS.
+# WITH_TOOLS, and CONSUMER_FLAGS: the options (a list) of a sanitizer build of the libraries,
+# which the programs built against them need as well.
 
 # Runs a program; its standard output goes to out_var.
 function(run out_var)
@@ -30,8 +31,10 @@ file(REMOVE_RECURSE ${WORK_DIR})
 file(MAKE_DIRECTORY ${WORK_DIR})
 run(out ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 
+string(REPLACE ";" " " consumer_flags "${CONSUMER_FLAGS}")
 run(out ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${examples} -G ${GENERATOR}
-    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=Release)
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=Release
+    "-DCMAKE_CXX_FLAGS=${consumer_flags}")
 run(out ${CMAKE_COMMAND} --build ${examples})
 run(out ${examples}/consumer/consumer)
 expect_in("consumer" "${out}" "sensor block read, checked and written")
@@ -85,7 +88,7 @@ if(PKG_CONFIG)
   execute_process(COMMAND ${PKG_CONFIG} --variable=libdir kelto_hyperspectral
                   OUTPUT_VARIABLE libdir OUTPUT_STRIP_TRAILING_WHITESPACE)
   separate_arguments(flags UNIX_COMMAND "${flags}")
-  run(out c++ -std=c++17 ${SOURCE_DIR}/consumer/main.cpp -o ${WORK_DIR}/consumer-pc ${flags}
-      -Wl,-rpath,${libdir})
+  run(out c++ -std=c++17 ${CONSUMER_FLAGS} ${SOURCE_DIR}/consumer/main.cpp
+      -o ${WORK_DIR}/consumer-pc ${flags} -Wl,-rpath,${libdir})
   run(out ${WORK_DIR}/consumer-pc)
 endif()

@@ -29,6 +29,10 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kelto_hyperspectral.pc
 # The package is tested as a user meets it: installed into a scratch prefix, then found by the
 # example programs, which are configured, built and run against it beside the installed tools.
 if(KELTO_BUILD_TESTS)
+  set(KELTO_CONSUMER_FLAGS "")
+  if(KELTO_SANITIZE_ADDRESS)
+    set(KELTO_CONSUMER_FLAGS "${KELTO_ADDRESS_SANITIZER_OPTIONS}")
+  endif()
   add_test(NAME InstallAndConsume
     COMMAND ${CMAKE_COMMAND}
       -DBUILD_DIR=${CMAKE_BINARY_DIR}
@@ -37,6 +41,7 @@ if(KELTO_BUILD_TESTS)
       -DWITH_TOOLS=${KELTO_BUILD_TOOLS}
       -DWORK_DIR=${CMAKE_BINARY_DIR}/install-and-consume
       -DGENERATOR=${CMAKE_GENERATOR}
+      "-DCONSUMER_FLAGS=${KELTO_CONSUMER_FLAGS}"
       -P ${CMAKE_CURRENT_SOURCE_DIR}/cmake/InstallAndConsume.cmake)
   set_tests_properties(InstallAndConsume PROPERTIES TIMEOUT 600 RUN_SERIAL TRUE)
 endif()

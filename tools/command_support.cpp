@@ -1,5 +1,7 @@
 #include "command_support.h"
 
+#include <sys/resource.h>
+
 #include "record_kinds.h"
 
 #include <algorithm>
@@ -9,6 +11,11 @@ namespace kelto::tools {
 
 using ParsingResult = common::XMLSerializableInterface::ParsingResult;
 using Event = ParsingResult::Event;
+
+long PeakMemoryKib() {
+  rusage usage{};
+  return ::getrusage(RUSAGE_SELF, &usage) == 0 ? usage.ru_maxrss : -1;
+}
 
 std::string ProblemEvents(const ParsingResult& result) {
   std::ostringstream text;

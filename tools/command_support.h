@@ -20,6 +20,10 @@ struct CommandError {
   std::string message;
 };
 
+// The most memory the process has held so far, in KiB, as the --json of the commands that read
+// cubes reports it.
+long PeakMemoryKib();
+
 // The events above Ok of a read, one per line, each line starting with a line end.
 std::string ProblemEvents(const common::XMLSerializableInterface::ParsingResult& result);
 

@@ -1,7 +1,6 @@
 #include "cube_commands.h"
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cpl_conv.h>
@@ -338,12 +337,6 @@ void Finish(Dataset& output, StagedOutput& staged, const std::string& path) {
   } catch (const std::exception& error) {
     throw CommandError{kNotWritten, "cannot write " + path + ": " + error.what()};
   }
-}
-
-// The most memory the process has held so far, in KiB.
-long PeakMemoryKib() {
-  rusage usage{};
-  return ::getrusage(RUSAGE_SELF, &usage) == 0 ? usage.ru_maxrss : -1;
 }
 
 // GDAL set up for the commands: quiet, a bounded cache, and no .aux.xml beside the outputs.

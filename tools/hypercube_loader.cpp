@@ -6,8 +6,10 @@
 #include <gdal_priv.h>
 
 #include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <filesystem>
+#include <iostream>
 #include <limits>
 #include <mutex>
 #include <new>
@@ -144,6 +146,21 @@ std::vector<double> EnviList(GDALDataset& dataset, const char* item) {
   return values;
 }
 
+// A per-band list of the header ("wavelength", "fwhm"), or empty when it has none. A list of
+// another length than "bands" can't say which band each value belongs to: the tools warn and
+// take it for absent.
+std::vector<double> BandList(GDALDataset& dataset, const char* item, std::size_t band_count,
+                             const std::string& path) {
+  std::vector<double> values = EnviList(dataset, item);
+  if (!values.empty() && values.size() != band_count) {
+    std::cerr << program_invocation_short_name << ": warning: " << path << ": the \"" << item
+              << "\" list has " << values.size() << " values for " << band_count
+              << " bands; the cube is read without it\n";
+    values.clear();
+  }
+  return values;
+}
+
 // Nanometres per unit of the cube's wavelengths.
 double WavelengthFactor(GDALDataset& dataset) {
   const char* units = dataset.GetMetadataItem("wavelength_units", "ENVI");
@@ -249,6 +266,7 @@ CubeReader::CubeReader(const std::string& named_path) : dataset_(std::make_uniqu
   if (!IsRegularFile(named_path)) {
     throw CubeError(CubeError::kCannotOpen, named_path + ": no such file");
   }
+  named_path_ = named_path;
   path_ = DataFileOf(named_path);
   {
     RawSizeCheckOff size_check_off;
@@ -259,6 +277,16 @@ CubeReader::CubeReader(const std::string& named_path) : dataset_(std::make_uniqu
   if (dataset == nullptr) {
     throw CubeError(CubeError::kCannotOpen,
                     path_ + ": not an image cube GDAL can read (" + QuietGdal::LastMessage() + ")");
+  }
+  const bool envi = dataset->GetDriver() != nullptr &&
+                    std::string(dataset->GetDriver()->GetDescription()) == "ENVI";
+  // GDAL reads any value but 1 as little-endian; a header that says neither is broken.
+  const char* byte_order = dataset->GetMetadataItem("byte_order", "ENVI");
+  if (envi && byte_order != nullptr && std::string(byte_order) != "0" &&
+      std::string(byte_order) != "1") {
+    throw CubeError(CubeError::kCannotOpen,
+                    named_path + ": \"byte order\" is \"" + byte_order +
+                        "\"; an ENVI header gives 0 (little-endian) or 1 (big-endian)");
   }
   const int band_count = dataset->GetRasterCount();
   if (band_count < 1) {
@@ -300,8 +328,9 @@ CubeReader::CubeReader(const std::string& named_path) : dataset_(std::make_uniqu
   }
 
   const double factor = WavelengthFactor(*dataset);
-  const std::vector<double> wavelengths = EnviList(*dataset, "wavelength");
-  const std::vector<double> widths = EnviList(*dataset, "fwhm");
+  const auto bands = static_cast<std::size_t>(band_count);
+  const std::vector<double> wavelengths = BandList(*dataset, "wavelength", bands, named_path);
+  const std::vector<double> widths = BandList(*dataset, "fwhm", bands, named_path);
   for (int b = 0; b < band_count; ++b) {
     const auto index = static_cast<std::size_t>(b);
     datatypes::HypercubeBandInfo band;
@@ -311,12 +340,13 @@ CubeReader::CubeReader(const std::string& named_path) : dataset_(std::make_uniqu
     band.wavelength_nm = index < wavelengths.size() ? wavelengths[index] * factor : none;
     band.fwhm_nm = index < widths.size() ? widths[index] * factor : none;
     // Formats without an ENVI header (GeoTIFF) carry them as band metadata, in nanometres.
+    // GDAL copies an ENVI header's lists there too, also those the header's own lists dropped.
     GDALRasterBand& raster = *dataset->GetRasterBand(b + 1);
     for (const auto& [item, value] :
          {std::pair<const char*, double*>{"wavelength", &band.wavelength_nm},
           std::pair<const char*, double*>{"fwhm", &band.fwhm_nm}}) {
       const char* text = raster.GetMetadataItem(item);
-      if (std::isnan(*value) && text != nullptr) {
+      if (!envi && std::isnan(*value) && text != nullptr) {
         common::Strings::ParseDouble(text, *value);
       }
     }
@@ -325,11 +355,9 @@ CubeReader::CubeReader(const std::string& named_path) : dataset_(std::make_uniqu
   CheckRawSize(*dataset, path_, SampleBytes(format));
 
   // ENVI's raw layout, in little-endian order as x86-64 holds numbers.
-  const char* byte_order = dataset->GetMetadataItem("byte_order", "ENVI");
   const char* envi_interleave = dataset->GetMetadataItem("interleave", "ENVI");
-  if (dataset->GetDriver() != nullptr &&
-      std::string(dataset->GetDriver()->GetDescription()) == "ENVI" &&
-      (byte_order == nullptr || std::string(byte_order) == "0") && envi_interleave != nullptr) {
+  if (envi && (byte_order == nullptr || std::string(byte_order) == "0") &&
+      envi_interleave != nullptr) {
     char** files = dataset->GetFileList();
     RawLayout layout;
     layout.data_file = files != nullptr && files[0] != nullptr ? files[0] : path_;
@@ -363,23 +391,30 @@ CubeReader::~CubeReader() = default;
 void CubeReader::ReadLines(unsigned long first, unsigned long count, void* buffer,
                            long long pixel_space, long long line_space,
                            long long band_space) const {
-  _Read(first, count, buffer, dataset_->type, pixel_space, line_space, band_space);
+  ReadWindow({0, first, format_.width, count}, buffer, pixel_space, line_space, band_space);
+}
+
+void CubeReader::ReadWindow(const Window& window, void* buffer, long long pixel_space,
+                            long long line_space, long long band_space) const {
+  _Read(window, buffer, dataset_->type, pixel_space, line_space, band_space);
 }
 
 void CubeReader::ReadLinesAsDouble(unsigned long first, unsigned long count, double* buffer) const {
   const auto pixel = static_cast<long long>(sizeof(double) * format_.GetNrOfBands());
-  _Read(first, count, buffer, GDT_Float64, pixel, pixel * static_cast<long long>(format_.width),
-        static_cast<long long>(sizeof(double)));
+  _Read({0, first, format_.width, count}, buffer, GDT_Float64, pixel,
+        pixel * static_cast<long long>(format_.width), static_cast<long long>(sizeof(double)));
 }
 
-void CubeReader::_Read(unsigned long first, unsigned long count, void* buffer, int type,
-                       long long pixel_space, long long line_space, long long band_space) const {
+void CubeReader::_Read(const Window& window, void* buffer, int type, long long pixel_space,
+                       long long line_space, long long band_space) const {
   GDALDataset& dataset = *dataset_->dataset;
-  if (dataset.RasterIO(GF_Read, 0, static_cast<int>(first), dataset.GetRasterXSize(),
-                       static_cast<int>(count), buffer, dataset.GetRasterXSize(),
-                       static_cast<int>(count), static_cast<GDALDataType>(type),
-                       dataset.GetRasterCount(), nullptr, pixel_space, line_space, band_space,
-                       nullptr) != CE_None) {
+  const auto x = static_cast<int>(window.x);
+  const auto y = static_cast<int>(window.y);
+  const auto width = static_cast<int>(window.width);
+  const auto height = static_cast<int>(window.height);
+  if (dataset.RasterIO(GF_Read, x, y, width, height, buffer, width, height,
+                       static_cast<GDALDataType>(type), dataset.GetRasterCount(), nullptr,
+                       pixel_space, line_space, band_space, nullptr) != CE_None) {
     throw CubeError(CubeError::kSizeMismatch,
                     path_ + ": the samples can't be read (" + QuietGdal::LastMessage() + ")");
   }
@@ -396,10 +431,17 @@ std::string CubeReader::GetProjection() const {
 
 std::unique_ptr<datatypes::Hypercube> LoadHypercube(const std::string& named_path) {
   const CubeReader reader(named_path);
-  const BandImageDataFormat& format = reader.Format();
+  return LoadWindow(reader, {0, 0, reader.Format().width, reader.Format().height});
+}
+
+std::unique_ptr<datatypes::Hypercube> LoadWindow(const CubeReader& reader,
+                                                 const CubeReader::Window& window) {
+  BandImageDataFormat format = reader.Format();
+  format.width = window.width;
+  format.height = window.height;
   const auto too_large = [&] {
     return CubeError(CubeError::kUnsupported,
-                     named_path + ": " + std::to_string(format.width) + " x " +
+                     reader.NamedPath() + ": " + std::to_string(format.width) + " x " +
                          std::to_string(format.height) + " pixels of " +
                          std::to_string(format.GetNrOfBands()) + " bands do not fit in memory");
   };
@@ -418,8 +460,8 @@ std::unique_ptr<datatypes::Hypercube> LoadHypercube(const std::string& named_pat
   const auto bands = static_cast<long long>(format.GetNrOfBands());
   const bool by_pixel = format.interleave != BandImageDataFormat::kBandSequential;
   const long long pixel_space = by_pixel ? size * bands : size;
-  reader.ReadLines(0, format.height, cube->GetSamples(), pixel_space, pixel_space * width,
-                   by_pixel ? size : size * width * height);
+  reader.ReadWindow(window, cube->GetSamples(), pixel_space, pixel_space * width,
+                    by_pixel ? size : size * width * height);
   return cube;
 }
 

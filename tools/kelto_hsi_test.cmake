@@ -404,11 +404,13 @@ file(WRITE ${WORK_DIR}/eight/scene.hdr "${header}")
 file(COPY_FILE ${scene_data} ${WORK_DIR}/eight/scene.raw)
 expect_run(8 ARGS spectrum ${mosaic} ${WORK_DIR}/eight/scene.hdr --pixel ${grey}
            CONTAINS "weighs 16 bands" "has 8: they do not belong together")
+# Nor do its 16 wavelengths: they are dropped with a warning, and the 8 bands are numbered.
 run_hsi(0 out err spectrum ${mosaic} ${WORK_DIR}/eight/scene.hdr --pixel ${grey} --raw)
-csv_rows("${out}" rows)
+string(REGEX MATCHALL "\n[0-9]+,[0-9.]+" rows "${out}")
 list(LENGTH rows count)
-if(NOT count EQUAL 8)
-  message(FATAL_ERROR "spectrum --raw of 8 bands: ${count} values\n${out}")
+if(NOT out MATCHES "^band,value\n" OR NOT count EQUAL 8
+   OR NOT err MATCHES "the \"wavelength\" list has 16 values for 8 bands")
+  message(FATAL_ERROR "spectrum --raw of 8 bands: ${count} values\n${out}\n${err}")
 endif()
 
 # A correction matrix that check finds broken is refused, in the same words.
@@ -500,3 +502,51 @@ if(NOT code EQUAL 0 OR NOT size EQUAL 32768)
 endif()
 expect_run(6 ARGS spectrum ${mosaic} ${WORK_DIR}/truncated/scene.hdr --pixel ${grey}
            CONTAINS "header and data size disagree" "131072 bytes" "holds 32768")
+
+# Header mistakes. A byte order that is neither 0 nor 1 is refused, naming the key.
+set(mistakes ${WORK_DIR}/header_mistakes)
+file(MAKE_DIRECTORY ${mistakes})
+foreach(order 2 -1)
+  write_changed(${scene} ${mistakes}/order${order}.hdr "byte order = 0" "byte order = ${order}")
+  file(COPY_FILE ${scene_data} ${mistakes}/order${order}.raw)
+  expect_run(4 ARGS spectrum ${mosaic} ${mistakes}/order${order}.hdr --pixel ${grey} --raw NO_OUT
+             ERR "\"byte order\" is \"${order}\"")
+endforeach()
+# A wavelength list shorter than the bands is dropped with a warning, as if the cube had none:
+# the same samples, numbered by band.
+write_changed(${scene} ${mistakes}/short.hdr "wavelength = {470, 480, " "wavelength = {")
+file(COPY_FILE ${scene_data} ${mistakes}/short.raw)
+run_hsi(0 listed err spectrum ${mosaic} ${scene} --pixel ${grey} --raw)
+run_hsi(0 out err spectrum ${mosaic} ${mistakes}/short.hdr --pixel ${grey} --raw)
+string(FIND "${err}" "short.hdr: the \"wavelength\" list has 14 values for 16 bands" at)
+string(FIND "${err}" "gives no band wavelengths" at_none)
+string(REGEX REPLACE "\n[0-9]+," "\n," numbered "${out}")
+string(REGEX REPLACE "\n[0-9]+," "\n," listed "${listed}")
+string(REPLACE "wavelength,value" "band,value" listed "${listed}")
+if(at EQUAL -1 OR at_none EQUAL -1 OR NOT numbered STREQUAL listed)
+  message(FATAL_ERROR "spectrum with a short wavelength list:\n${out}\n${err}\nexpected\n${listed}")
+endif()
+
+# spectrum reads the pixel's samples alone: on a cube of 1 GiB (a sparse file) it takes no more
+# memory than on the small scene.
+find_program(TRUNCATE_PROGRAM truncate REQUIRED)
+file(WRITE ${mistakes}/large.hdr "ENVI\nsamples = 8192\nlines = 4096\nbands = 16\n"
+     "header offset = 0\nfile type = ENVI Standard\ndata type = 12\ninterleave = bsq\n"
+     "byte order = 0\n")
+execute_process(COMMAND ${TRUNCATE_PROGRAM} -s 1073741824 ${mistakes}/large.raw
+                RESULT_VARIABLE code)
+if(NOT code EQUAL 0)
+  message(FATAL_ERROR "cannot make a sparse file of 1 GiB (${code})")
+endif()
+run_hsi(0 small err spectrum ${mosaic} ${scene} --pixel ${grey} --raw --json)
+run_hsi(0 large err spectrum ${mosaic} ${mistakes}/large.hdr --pixel 8000,4000 --raw --json)
+file(REMOVE ${mistakes}/large.raw)
+string(JSON small_kib GET "${small}" peak_memory_kib)
+string(JSON large_kib GET "${large}" peak_memory_kib)
+string(JSON last GET "${large}" spectrum 15 value)
+math(EXPR bound "${small_kib} + 16384")
+message(STATUS "spectrum peak memory: ${small_kib} KiB on the scene, ${large_kib} KiB on 1 GiB")
+if(large_kib GREATER bound OR NOT last EQUAL 0)
+  message(FATAL_ERROR "spectrum of a pixel of 1 GiB took ${large_kib} KiB, more than ${bound}:\n"
+                      "${large}")
+endif()

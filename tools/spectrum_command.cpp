@@ -12,6 +12,7 @@
 
 #include <kelto/hyperspectral.h>
 
+#include "command_support.h"
 #include "exit_codes.h"
 #include "hypercube_loader.h"
 #include "record_kinds.h"
@@ -23,6 +24,7 @@ namespace {
 using common::XMLSerializableInterface;
 using datatypes::BandImageDataFormat;
 using hyperspectral::CorrectionMatrix;
+using hyperspectral::DataAccessor;
 using hyperspectral::SensorCalibration;
 using ParsingResult = XMLSerializableInterface::ParsingResult;
 
@@ -152,14 +154,14 @@ int RunSpectrum(const SpectrumRequest& request) {
     }
   }
 
-  std::unique_ptr<datatypes::Hypercube> cube;
+  std::unique_ptr<CubeReader> reader;
   try {
-    cube = LoadHypercube(request.image);
+    reader = std::make_unique<CubeReader>(request.image);
   } catch (const CubeError& error) {
     std::cerr << "kelto-hsi: " << error.what() << '\n';
     return error.code;
   }
-  const BandImageDataFormat& format = cube->GetDataFormat();
+  const BandImageDataFormat& format = reader->Format();
   const auto [x, y] = request.pixel;
   if (x < 0 || y < 0 || static_cast<unsigned long>(x) >= format.width ||
       static_cast<unsigned long>(y) >= format.height) {
@@ -178,9 +180,19 @@ int RunSpectrum(const SpectrumRequest& request) {
       }
     }
   }
+  // The pixel alone, as a cube of one pixel that the data access reads as it would the whole.
+  std::unique_ptr<datatypes::Hypercube> cube;
+  try {
+    cube =
+        LoadWindow(*reader, {static_cast<unsigned long>(x), static_cast<unsigned long>(y), 1, 1});
+  } catch (const CubeError& error) {
+    std::cerr << "kelto-hsi: " << error.what() << '\n';
+    return error.code;
+  }
+  const DataAccessor::Pixel pixel{0, 0};
   WarnAboutBandMatching(format, calibration, request.image);
 
-  hyperspectral::DataAccessor accessor(cube.get());
+  DataAccessor accessor(cube.get());
   accessor.SetCorrectionMatrix(matrix);
   accessor.Start();
   const BandImageDataFormat& output = *accessor.GetDataFormat();
@@ -188,7 +200,7 @@ int RunSpectrum(const SpectrumRequest& request) {
   // spectrum to give.
   std::vector<unsigned long> without_data;
   for (unsigned long b = 0; b < format.GetNrOfBands(); ++b) {
-    if (accessor.GetBand({request.pixel}, b).front() == format.fill_value) {
+    if (accessor.GetBand({pixel}, b).front() == format.fill_value) {
       without_data.push_back(b);
     }
   }
@@ -201,7 +213,7 @@ int RunSpectrum(const SpectrumRequest& request) {
               << format.GetNrOfBands() << " bands hold the fill value " << format.fill_value
               << ")\n";
   } else {
-    values = accessor.GetSpectrum(request.pixel);
+    values = accessor.GetSpectrum(pixel);
   }
 
   // Without a matrix the rows are the cube's own bands, which may have no wavelengths.
@@ -225,7 +237,8 @@ int RunSpectrum(const SpectrumRequest& request) {
         {"matrix", matrix == nullptr ? nlohmann::json(nullptr) : nlohmann::json(matrix->name)},
         {"no_data", no_data},
         {"bands_without_data", without_data},
-        {"spectrum", spectrum}};
+        {"spectrum", spectrum},
+        {"peak_memory_kib", PeakMemoryKib()}};
     std::cout << document.dump(2) << '\n';
     return no_data ? kNoData : kOk;
   }

@@ -213,6 +213,11 @@ TEST(Hypercube, EmptyExtentsAllocateNothing) {
   Hypercube no_bands(MakeFormat(14, 8, 3, 2, 0, 2));
   auto& storage = dynamic_cast<BandStorage_BIP&>(*no_bands.GetBandStorage());
   EXPECT_EQ(storage.pixels[1][2], storage.pixels[0][0]);
+  // Without pixels there is no position to read, and no table.
+  Hypercube no_columns(MakeFormat(14, 8, 0, 3, 2, 2));
+  EXPECT_EQ(dynamic_cast<BandStorage_BIP&>(*no_columns.GetBandStorage()).pixels, nullptr);
+  Hypercube no_lines(MakeFormat(14, 8, 3, 0, 2, 0));
+  EXPECT_EQ(dynamic_cast<BandStorage_BSQ&>(*no_lines.GetBandStorage()).bands, nullptr);
 }
 
 TEST(Hypercube, ElementSizeMustFitAKnownType) {
@@ -225,6 +230,9 @@ TEST(Hypercube, ElementSizeMustFitAKnownType) {
   EXPECT_EQ(unknown.GetSampleBytes(), 12UL);
   Hypercube beyond(MakeFormat(15, 1, 2, 2, 1, 2));
   EXPECT_EQ(beyond.GetSampleBytes(), 4UL);
+  // But a sample of no bytes is none.
+  EXPECT_THAT([] { Hypercube cube(MakeFormat(0, 0, 2, 2, 1, 0)); },
+              ThrowsMessage<std::invalid_argument>(HasSubstr("element_size 0")));
 }
 
 TEST(Hypercube, OversizedImagesAreRefusedBeforeAllocation) {
@@ -238,9 +246,10 @@ TEST(Hypercube, OversizedImagesAreRefusedBeforeAllocation) {
                  std::length_error);
     EXPECT_THROW(Hypercube(MakeFormat(14, 8, ~0UL, 1, 1, interleave)), std::length_error);
   }
-  // Without bands there are no samples, but a pixel-interleaved image still needs a pixel table.
-  EXPECT_THROW(Hypercube(MakeFormat(3, 1, big, big, 0, 2)), std::length_error);
-  EXPECT_THROW(Hypercube(MakeFormat(3, 1, 1UL << 31, 1UL << 31, 0, 2)), std::length_error);
+  // Without bands there are no samples, but a pixel-interleaved image still needs a pointer per
+  // line and per pixel of a line: 2^33 of them.
+  EXPECT_EQ(Hypercube::RequiredBytes(MakeFormat(3, 1, big, big, 0, 2)), (big + big) * 8);
+  EXPECT_THROW(Hypercube(MakeFormat(3, 1, big, big, 0, 2), 1UL << 30), std::length_error);
   Hypercube band_sequential(MakeFormat(3, 1, big, big, 0, 0));
   EXPECT_EQ(band_sequential.GetSampleBytes(), 0UL);
 }

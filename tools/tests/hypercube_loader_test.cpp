@@ -137,12 +137,14 @@ void WriteEnvi(const fs::path& stem, int data_type, const std::string& interleav
             std::string(header_offset, '\x5A') + RawSamples<T>(interleave, byte_order == 1));
 }
 
-// Every sample of the cube, read through its storage tables, against the pattern.
+// Every sample of the cube, read through its storage tables, against the pattern; a cube of a
+// window against the pattern of the window.
 template <typename T>
-void ExpectPattern(const Hypercube& cube) {
+void ExpectPattern(const Hypercube& cube,
+                   const CubeReader::Window& window = {0, 0, kWidth, kHeight}) {
   const BandImageDataFormat& format = cube.GetDataFormat();
-  ASSERT_EQ(format.width, kWidth);
-  ASSERT_EQ(format.height, kHeight);
+  ASSERT_EQ(format.width, window.width);
+  ASSERT_EQ(format.height, window.height);
   ASSERT_EQ(format.GetNrOfBands(), kBands);
   ASSERT_EQ(format.element_size, sizeof(T));
   const auto* bsq = dynamic_cast<const BandStorage_BSQ*>(cube.GetBandStorage());
@@ -152,11 +154,11 @@ void ExpectPattern(const Hypercube& cube) {
   std::size_t wrong = 0;
   std::ostringstream first_wrong;
   for (unsigned long b = 0; b < kBands; ++b) {
-    for (unsigned long y = 0; y < kHeight; ++y) {
-      for (unsigned long x = 0; x < kWidth; ++x) {
+    for (unsigned long y = 0; y < window.height; ++y) {
+      for (unsigned long x = 0; x < window.width; ++x) {
         const T read = bsq != nullptr ? LoadSample<T>(bsq->bands[b][y], x)
                                       : LoadSample<T>(bip->pixels[y][x], b);
-        const T written = Pattern<T>(b, x, y);
+        const T written = Pattern<T>(b, window.x + x, window.y + y);
         if (std::memcmp(&read, &written, sizeof(T)) != 0 && wrong++ == 0) {
           first_wrong << std::setprecision(17) << "band " << b << " pixel " << x << "," << y
                       << ": read " << +read << ", written " << +written;
@@ -243,6 +245,16 @@ TYPED_TEST(HypercubeLoaderEnviTypes, SamplesAndFormatInEveryInterleaveAndByteOrd
       EXPECT_EQ(format.scale, 1.0);
       EXPECT_EQ(cube->GetSampleBytes(), kWidth * kHeight * kBands * sizeof(T));
       ExpectPattern<T>(*cube);
+      // A window holds its own pixels only, in the same storage order.
+      const CubeReader reader(stem.string() + ".hdr");
+      for (const CubeReader::Window& window :
+           {CubeReader::Window{3, 2, 1, 1}, CubeReader::Window{1, 0, 2, 3},
+            CubeReader::Window{0, 1, kWidth, 1}}) {
+        const auto part = LoadWindow(reader, window);
+        EXPECT_EQ(part->GetDataFormat().interleave, format.interleave);
+        EXPECT_EQ(part->GetSampleBytes(), window.width * window.height * kBands * sizeof(T));
+        ExpectPattern<T>(*part, window);
+      }
     }
   }
 }
@@ -309,6 +321,56 @@ TEST_F(HypercubeLoaderEnvi, HeaderListsGiveBandsFillAndScale) {
   }
 }
 
+TEST_F(HypercubeLoaderEnvi, BandListsOfAnotherLengthAreWarnedAboutAndDropped) {
+  struct Case {
+    std::string name, lines;
+    bool wavelengths_kept, widths_kept;
+    std::vector<std::string> warnings;
+  };
+  const Case cases[] = {
+      {"short",
+       "wavelength = {470, 480, 490}\nfwhm = {10, 10, 10, 10}\n",
+       false,
+       true,
+       {"\"wavelength\" list has 3 values for 4 bands"}},
+      {"long",
+       "wavelength = {470, 480, 490, 500, 510}\n",
+       false,
+       false,
+       {"\"wavelength\" list has 5 values for 4 bands"}},
+      {"widths",
+       "wavelength = {470, 480, 490, 500}\nfwhm = {10, 10}\n",
+       true,
+       false,
+       {"\"fwhm\" list has 2 values for 4 bands"}},
+      {"both",
+       "wavelength = {470}\nfwhm = {10, 10, 10, 10, 10, 10}\n",
+       false,
+       false,
+       {"\"wavelength\" list has 1 values", "\"fwhm\" list has 6 values"}},
+      {"fitting", "wavelength = {470, 480, 490, 500}\nfwhm = {10, 10, 10, 10}\n", true, true, {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    WriteEnvi<unsigned short>(dir_ / c.name, 12, "bsq", 0, 0, c.lines);
+    const std::string header = (dir_ / (c.name + ".hdr")).string();
+    ::testing::internal::CaptureStderr();
+    const auto cube = LoadHypercube(header);
+    const std::string warned = ::testing::internal::GetCapturedStderr();
+    for (unsigned long b = 0; b < kBands; ++b) {
+      const auto& band = dynamic_cast<const HypercubeBandInfo&>(cube->GetDataFormat().GetBand(b));
+      EXPECT_EQ(std::isnan(band.wavelength_nm), !c.wavelengths_kept) << b;
+      EXPECT_EQ(std::isnan(band.fwhm_nm), !c.widths_kept) << b;
+    }
+    EXPECT_EQ(warned.empty(), c.warnings.empty()) << warned;
+    for (const std::string& part : c.warnings) {
+      EXPECT_NE(warned.find(part), std::string::npos) << warned;
+      EXPECT_NE(warned.find(header + ": "), std::string::npos) << warned;
+    }
+    ExpectPattern<unsigned short>(*cube);
+  }
+}
+
 TEST_F(HypercubeLoaderEnvi, HeaderOrDataFileNamedOpenTheSameCube) {
   for (const std::string extension : {"", ".raw", ".img", ".dat", ".bsq", ".bil", ".bip"}) {
     SCOPED_TRACE("data file extension \"" + extension + "\"");
@@ -359,6 +421,16 @@ TEST_F(HypercubeLoaderErrors, MissingAndUnknownFilesCannotBeOpened) {
   ExpectError(code, "junk.hdr", "junk.raw", {"not an image cube"},
               {{"junk.hdr", "this is not a header\n"},
                {"junk.raw", std::string(kWidth * kHeight * kBands * 2, '\x01')}});
+}
+
+TEST_F(HypercubeLoaderErrors, ByteOrderOtherThanZeroOrOneIsABadHeader) {
+  const std::string samples = RawSamples<unsigned short>("bsq", false);
+  for (const int byte_order : {2, -1, 10}) {
+    const std::string stem = "order" + std::to_string(byte_order);
+    ExpectError(CubeError::kCannotOpen, stem + ".hdr", stem + ".hdr",
+                {"\"byte order\" is \"" + std::to_string(byte_order) + "\"", "0", "1"},
+                {{stem + ".hdr", EnviHeader(12, "bsq", byte_order, 0)}, {stem + ".raw", samples}});
+  }
 }
 
 TEST_F(HypercubeLoaderErrors, ComplexSamplesMixedBandTypesAndVastCubesAreUnsupported) {

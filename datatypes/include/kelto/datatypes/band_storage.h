@@ -44,13 +44,20 @@ class KELTO_DATATYPES_EXPORT BandStorageMixin {
 class KELTO_DATATYPES_EXPORT BandStorage_BIP : public BandStorageMixin {
  public:
   // Tables over samples, which must hold width x height x nr_of_bands samples of element_size
-  // bytes; they stay the caller's. Throws std::length_error when the table would not fit in
-  // memory.
+  // bytes; they stay the caller's. Throws std::length_error when the samples could not be
+  // counted or the table would not fit in the machine's memory.
   BandStorage_BIP(AbstractBandImage* image, unsigned char* samples, unsigned long width,
                   unsigned long height, unsigned long nr_of_bands, unsigned long element_size);
   ~BandStorage_BIP() override;
 
-  // pixels[y][x]: the address of the first sample of pixel (x, y).
+  // Bytes of the tables the constructor builds for that shape, throwing as it does: a pointer
+  // per line and per pixel, but a pointer per line and per pixel of one line alone when pixels
+  // have no samples, and nothing when the image has no pixel.
+  static unsigned long TableBytes(unsigned long width, unsigned long height,
+                                  unsigned long nr_of_bands, unsigned long element_size);
+
+  // pixels[y][x]: the address of the first sample of pixel (x, y); null when the image has no
+  // pixel.
   unsigned char* const* const* pixels = nullptr;
 
  private:
@@ -66,7 +73,13 @@ class KELTO_DATATYPES_EXPORT BandStorage_BSQ : public BandStorageMixin {
                   unsigned long height, unsigned long nr_of_bands, unsigned long element_size);
   ~BandStorage_BSQ() override;
 
-  // bands[b][y]: the address of line y of band b, whose x-th sample is sample x of that line.
+  // As BandStorage_BIP's: a pointer per band and per line of every band, per line of one band
+  // alone when lines have no samples, nothing when the image has no pixel.
+  static unsigned long TableBytes(unsigned long width, unsigned long height,
+                                  unsigned long nr_of_bands, unsigned long element_size);
+
+  // bands[b][y]: the address of line y of band b, whose x-th sample is sample x of that line;
+  // null when the image has no pixel.
   unsigned char* const* const* bands = nullptr;
 
  private:
