@@ -173,8 +173,22 @@ double WavelengthFactor(GDALDataset& dataset) {
 
 // A raw ENVI data file shorter than its header promises: GDAL opens it and then reads zeros or
 // fails, so it is refused here with both sizes.
+// The "header offset" of an ENVI header, the bytes before the samples; 0 when absent. A value
+// that is not a whole number of bytes from 0 to 2^62 would have the reads start nowhere, so the
+// header is refused as broken, as a bad byte order is.
+long long HeaderOffset(GDALDataset& dataset, const std::string& path) {
+  const char* text = dataset.GetMetadataItem("header_offset", "ENVI");
+  double offset = 0.0;
+  if (text != nullptr && (!common::Strings::ParseDouble(text, offset) || !(offset >= 0.0) ||
+                          offset > 0x1p62 || offset != std::floor(offset))) {
+    throw CubeError(CubeError::kCannotOpen, path + ": \"header offset\" is \"" + text +
+                                                "\"; an ENVI header gives a whole number of bytes");
+  }
+  return static_cast<long long>(offset);
+}
+
 void CheckRawSize(GDALDataset& dataset, const std::string& path,
-                  std::optional<unsigned long long> sample_bytes) {
+                  std::optional<unsigned long long> sample_bytes, long long header_offset) {
   if (dataset.GetDriver() == nullptr ||
       std::string(dataset.GetDriver()->GetDescription()) != "ENVI") {
     return;
@@ -182,16 +196,11 @@ void CheckRawSize(GDALDataset& dataset, const std::string& path,
   char** files = dataset.GetFileList();
   const std::string data_file = files != nullptr && files[0] != nullptr ? files[0] : path;
   CSLDestroy(files);
-  double offset = 0.0;
-  const char* header_offset = dataset.GetMetadataItem("header_offset", "ENVI");
-  if (header_offset != nullptr) {
-    common::Strings::ParseDouble(header_offset, offset);
-  }
   VSIStatBufL stat;
   if (VSIStatL(data_file.c_str(), &stat) != 0) {
     throw CubeError(CubeError::kCannotOpen, path + ": cannot read the data file " + data_file);
   }
-  const auto header_bytes = static_cast<unsigned long long>(offset);
+  const auto header_bytes = static_cast<unsigned long long>(header_offset);
   const bool fits = sample_bytes.has_value() &&
                     *sample_bytes <= std::numeric_limits<unsigned long long>::max() - header_bytes;
   if (!fits || static_cast<unsigned long long>(stat.st_size) < header_bytes + *sample_bytes) {
@@ -288,6 +297,7 @@ CubeReader::CubeReader(const std::string& named_path) : dataset_(std::make_uniqu
                     named_path + ": \"byte order\" is \"" + byte_order +
                         "\"; an ENVI header gives 0 (little-endian) or 1 (big-endian)");
   }
+  const long long header_offset = envi ? HeaderOffset(*dataset, named_path) : 0;
   const int band_count = dataset->GetRasterCount();
   if (band_count < 1) {
     throw CubeError(CubeError::kUnsupported, path_ + ": the file holds no bands");
@@ -352,7 +362,7 @@ CubeReader::CubeReader(const std::string& named_path) : dataset_(std::make_uniqu
     }
     format.AddBand(band);
   }
-  CheckRawSize(*dataset, path_, SampleBytes(format));
+  CheckRawSize(*dataset, path_, SampleBytes(format), header_offset);
 
   // ENVI's raw layout, in little-endian order as x86-64 holds numbers.
   const char* envi_interleave = dataset->GetMetadataItem("interleave", "ENVI");
@@ -362,12 +372,7 @@ CubeReader::CubeReader(const std::string& named_path) : dataset_(std::make_uniqu
     RawLayout layout;
     layout.data_file = files != nullptr && files[0] != nullptr ? files[0] : path_;
     CSLDestroy(files);
-    const char* header_offset = dataset->GetMetadataItem("header_offset", "ENVI");
-    double offset = 0.0;
-    if (header_offset != nullptr) {
-      common::Strings::ParseDouble(header_offset, offset);
-    }
-    layout.offset = static_cast<long long>(offset);
+    layout.offset = header_offset;
     const auto size = static_cast<long long>(format.element_size);
     const auto width = static_cast<long long>(format.width);
     const auto bands = static_cast<long long>(format.GetNrOfBands());

@@ -423,13 +423,26 @@ TEST_F(HypercubeLoaderErrors, MissingAndUnknownFilesCannotBeOpened) {
                {"junk.raw", std::string(kWidth * kHeight * kBands * 2, '\x01')}});
 }
 
-TEST_F(HypercubeLoaderErrors, ByteOrderOtherThanZeroOrOneIsABadHeader) {
+TEST_F(HypercubeLoaderErrors, ByteOrderOrHeaderOffsetNoReaderCouldUseIsABadHeader) {
   const std::string samples = RawSamples<unsigned short>("bsq", false);
-  for (const int byte_order : {2, -1, 10}) {
-    const std::string stem = "order" + std::to_string(byte_order);
-    ExpectError(CubeError::kCannotOpen, stem + ".hdr", stem + ".hdr",
-                {"\"byte order\" is \"" + std::to_string(byte_order) + "\"", "0", "1"},
-                {{stem + ".hdr", EnviHeader(12, "bsq", byte_order, 0)}, {stem + ".raw", samples}});
+  const std::string header = EnviHeader(12, "bsq", 0, 0);
+  // The line as written, the line instead, what the message must hold.
+  const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
+      {"byte order = 0", "byte order = 2", "\"byte order\" is \"2\""},
+      {"byte order = 0", "byte order = -1", "\"byte order\" is \"-1\""},
+      {"byte order = 0", "byte order = 10", "\"byte order\" is \"10\""},
+      {"header offset = 0", "header offset = 1e308", "\"header offset\" is \"1e308\""},
+      {"header offset = 0", "header offset = 12.5", "\"header offset\" is \"12.5\""},
+      {"header offset = 0", "header offset = 5e18", "\"header offset\" is \"5e18\""},
+  };
+  int index = 0;
+  for (const auto& [line, instead, what] : cases) {
+    SCOPED_TRACE(instead);
+    std::string broken = header;
+    broken.replace(broken.find(line), line.size(), instead);
+    const std::string stem = "bad" + std::to_string(index++);
+    ExpectError(CubeError::kCannotOpen, stem + ".hdr", stem + ".hdr", {what},
+                {{stem + ".hdr", broken}, {stem + ".raw", samples}});
   }
 }
 
