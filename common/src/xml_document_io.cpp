@@ -275,10 +275,11 @@ bool CheckBytes(std::string const& bytes, std::string& problem) {
   return true;
 }
 
-// A read may take 16 times the document's size and 1 MiB in all: the bytes themselves, libxml2's
-// copy of them and the tree, while the records are read from it.
+// A read may take 16 times the document's size and 1 MiB in all: the bytes as the caller holds
+// them, our copy (a file read or a stream's text), libxml2's copy, and the tree, while the records
+// are read from it.
 constexpr std::size_t kReadBytesPerByte = 16;
-constexpr std::size_t kTreeBytesPerByte = kReadBytesPerByte - 2;
+constexpr std::size_t kTreeBytesPerByte = kReadBytesPerByte - 3;
 constexpr std::size_t kTreeBytesBase = std::size_t{1} << 20;
 
 DocumentPtr ParseUntrusted(std::string const& bytes, std::string& problem) {
