@@ -5,9 +5,11 @@
 #include <cpl_vsi.h>
 #include <gdal_priv.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <limits>
@@ -263,6 +265,48 @@ std::string DataFileOf(const std::string& path) {
                       "extension and with .raw, .img, .dat, .bsq, .bil, .bip)");
 }
 
+// GDAL makes the bands of an ENVI header one at a time, growing its table by one each time, so
+// a header of tens of thousands of bands keeps it busy for seconds before anything can be checked.
+// Cubes have hundreds of bands at the most; a header beyond this is refused before GDAL reads it.
+constexpr long kMaxEnviBands = 10000;
+
+// The largest "bands" an ENVI header beside or at path gives, 0 when there is none. Only the first
+// MiB of a header is looked at, as GDAL's reader does with long headers.
+long EnviBands(const std::string& path) {
+  std::filesystem::path header(path);
+  std::vector<std::string> candidates = {path, path + ".hdr"};
+  candidates.push_back(header.replace_extension(".hdr").string());
+  for (const std::string& candidate : candidates) {
+    VSILFILE* file = VSIFOpenL(candidate.c_str(), "rb");
+    if (file == nullptr) {
+      continue;
+    }
+    std::string text(1 << 20, '\0');
+    text.resize(VSIFReadL(text.data(), 1, text.size(), file));
+    VSIFCloseL(file);
+    if (text.compare(0, 4, "ENVI") != 0) {
+      continue;
+    }
+    // Keys are read whatever their case.
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    long bands = 0;
+    std::size_t at = 0;
+    while ((at = text.find('\n', at)) != std::string::npos) {
+      const std::size_t start = text.find_first_not_of(" \t", ++at);
+      if (start == std::string::npos || text.compare(start, 5, "bands") != 0) {
+        continue;
+      }
+      const std::size_t equals = text.find_first_not_of(" \t", start + 5);
+      if (equals != std::string::npos && text[equals] == '=') {
+        bands = std::max(bands, std::strtol(text.c_str() + equals + 1, nullptr, 10));
+      }
+    }
+    return bands;
+  }
+  return 0;
+}
+
 }  // namespace
 
 struct CubeReader::Dataset {
@@ -277,6 +321,11 @@ CubeReader::CubeReader(const std::string& named_path) : dataset_(std::make_uniqu
   }
   named_path_ = named_path;
   path_ = DataFileOf(named_path);
+  if (const long bands = EnviBands(named_path); bands > kMaxEnviBands) {
+    throw CubeError(CubeError::kUnsupported, named_path + ": the header gives " +
+                                                 std::to_string(bands) + " bands; at most " +
+                                                 std::to_string(kMaxEnviBands) + " are read");
+  }
   {
     RawSizeCheckOff size_check_off;
     dataset_->dataset.reset(GDALDataset::FromHandle(

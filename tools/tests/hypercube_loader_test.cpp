@@ -456,6 +456,10 @@ TEST_F(HypercubeLoaderErrors, ComplexSamplesMixedBandTypesAndVastCubesAreUnsuppo
                 "<VRTDataset rasterXSize=\"2\" rasterYSize=\"2\">\n"
                 "  <VRTRasterBand dataType=\"UInt16\" band=\"1\"/>\n"
                 "  <VRTRasterBand dataType=\"Float32\" band=\"2\"/>\n</VRTDataset>\n"}});
+  // GDAL would spend seconds making the bands before anything could be checked.
+  ExpectError(code, "wide.hdr", "wide.hdr", {"50000 bands", "at most 10000"},
+              {{"wide.hdr", EnviHeader(12, "bsq", 0, 0, "", 50000)},
+               {"wide.raw", std::string(kWidth * kHeight * 2, '\0')}});
   // More samples than one object can span: refused before anything is allocated.
   ExpectError(code, "vast.vrt", "vast.vrt",
               {"2147483647 x 2147483647 pixels of 2 bands", "do not fit in memory"},
