@@ -291,7 +291,7 @@ TEST(ParameterizedObjectRegistration, SecondRegistrationAtTheSameDistanceKeepsTh
   EXPECT_EQ(container.GetParameter(0).GetTitle(), "First");
 }
 
-TEST(ParameterizedObjectRegistration, RefusesAmbiguousKeysAndForeignFields) {
+TEST(ParameterizedObjectRegistration, RefusesAmbiguityAndTheTranslatorFindsByDistanceAndKey) {
   Registry registry;
   registry.RegisterAll();
   EXPECT_THROW(registry._AddParameter<double>(
@@ -314,11 +314,8 @@ TEST(ParameterizedObjectRegistration, RefusesAmbiguousKeysAndForeignFields) {
   EXPECT_THROW(registry._LinkParameterizedObject(another, "one"), std::invalid_argument);
   EXPECT_TRUE(registry._ContainsParameterContainerLink(stranger));
   EXPECT_FALSE(registry._ContainsParameterContainerLink(another));
-}
 
-TEST(ParameterizedObjectRegistration, TranslatorKeepsOrderAndFindsByDistanceAndKey) {
-  Registry registry;
-  registry.RegisterAll();
+  // The translator keeps the order of registration and finds a link by distance and by key.
   const ParameterTranslator& translator = registry._GetTranslator();
   Calls titles;
   for (const auto& link : translator.GetParameterLinks()) {
@@ -337,7 +334,7 @@ TEST(ParameterizedObjectRegistration, TranslatorKeepsOrderAndFindsByDistanceAndK
   EXPECT_EQ(translator.FindParameterLink("Flag", "G"), nullptr);
 }
 
-TEST(ParameterizedObjectLinks, ValuesCrossBetweenFieldsAndParametersWithCriteriaOfTheFieldType) {
+TEST(ParameterizedObjectLinks, ValuesCrossWithCriteriaOfTheFieldTypeAndInitializeInRawStorage) {
   Registry registry;
   registry.RegisterAll();
   registry.fields.unsigned_count = std::numeric_limits<unsigned long>::max();
@@ -388,11 +385,8 @@ TEST(ParameterizedObjectLinks, ValuesCrossBetweenFieldsAndParametersWithCriteria
   EXPECT_EQ(registry.fields.text, "other");
   EXPECT_EQ(registry.fields.small, 12);
   EXPECT_EQ(registry.fields.real, -2.25);
-}
 
-TEST(ParameterizedObjectLinks, ExtractIgnoresOtherKindsAndInitializeConstructsInRawStorage) {
-  Registry registry;
-  registry.RegisterAll();
+  // Extract ignores a parameter of another kind; initialize constructs in raw storage.
   const auto* link = registry._GetTranslator().FindParameterLink("Real", "G");
   ASSERT_NE(link, nullptr);
   Registry::Fields fields;
@@ -413,12 +407,13 @@ TEST(ParameterizedObjectLinks, ExtractIgnoresOtherKindsAndInitializeConstructsIn
     each->InitializeData(storage);
   }
   const Registry::Fields& reference = registry.reference;
-  const auto* text = std::launder(
-      reinterpret_cast<std::string*>(storage + registry._GetDistance(reference, reference.text)));
-  const auto* path = std::launder(
-      reinterpret_cast<Path*>(storage + registry._GetDistance(reference, reference.path)));
-  EXPECT_TRUE(text->empty());
-  EXPECT_TRUE(path->ToString().empty());
+  EXPECT_TRUE(std::launder(reinterpret_cast<std::string*>(
+                               storage + registry._GetDistance(reference, reference.text)))
+                  ->empty());
+  EXPECT_TRUE(std::launder(reinterpret_cast<Path*>(
+                               storage + registry._GetDistance(reference, reference.path)))
+                  ->ToString()
+                  .empty());
   for (const auto& each : links) {
     each->CleanData(storage);
   }
@@ -427,7 +422,7 @@ TEST(ParameterizedObjectLinks, ExtractIgnoresOtherKindsAndInitializeConstructsIn
 // ---------------------------------------------------------------------------------------------
 // The module's parameters
 
-TEST(ProcessingModuleParameters, ConstructorAppliesTheGivenValuesAndCreateGivesDefaults) {
+TEST(ProcessingModuleParameters, ConstructorAppliesTheValuesCreateGivesDefaultsHalvesTheirOwn) {
   const TestModule module(Changed());
   EXPECT_EQ(Values(module.held), Values(Changed()));
   EXPECT_TRUE(module.child.verbose);  // slaved to the parent's debug flag
@@ -440,6 +435,20 @@ TEST(ProcessingModuleParameters, ConstructorAppliesTheGivenValuesAndCreateGivesD
   EXPECT_EQ(Values(*parameters), Values(TestModule::Parameters()));
   EXPECT_NE(dynamic_cast<const ChildModule::Parameters*>(module.child.CreateParameters().get()),
             nullptr);
+
+  // Each half changes only its own fields.
+  TestModule halves;
+  halves.calls.clear();
+  halves.SetConfigurationParameters(Changed());
+  TestModule::Parameters expected;
+  expected.debug_dump = true;
+  expected.debug_dump_dir = "/tmp/dump";
+  EXPECT_EQ(Values(halves.held), Values(expected));
+  EXPECT_EQ(halves.calls, (Calls{"_CheckParameters", "_SetConfigurationParameters"}));
+  halves.calls.clear();
+  halves.SetRuntimeParameters(Changed());
+  EXPECT_EQ(Values(halves.held), Values(Changed()));
+  EXPECT_EQ(halves.calls, (Calls{"_CheckParameters", "_SetRuntimeParameters"}));
 }
 
 TEST(ProcessingModuleParameters, HiddenChildParameterStillTravelsThroughTheStructure) {
@@ -567,23 +576,7 @@ TEST(ProcessingModuleParameters, RefusedValuesLeaveEveryMemberUnchanged) {
   EXPECT_FALSE(module.child.verbose);
 }
 
-TEST(ProcessingModuleParameters, HalvesChangeOnlyTheirOwnFields) {
-  TestModule module;
-  module.calls.clear();
-  module.SetConfigurationParameters(Changed());
-  TestModule::Parameters expected;
-  expected.debug_dump = true;
-  expected.debug_dump_dir = "/tmp/dump";
-  EXPECT_EQ(Values(module.held), Values(expected));
-  EXPECT_EQ(module.calls, (Calls{"_CheckParameters", "_SetConfigurationParameters"}));
-
-  module.calls.clear();
-  module.SetRuntimeParameters(Changed());
-  EXPECT_EQ(Values(module.held), Values(Changed()));
-  EXPECT_EQ(module.calls, (Calls{"_CheckParameters", "_SetRuntimeParameters"}));
-}
-
-TEST(ProcessingModuleParameters, WrongDynamicTypeIsRefusedAndLogged) {
+TEST(ProcessingModuleLifecycle, WrongDynamicTypeIsRefusedAndLoggedAndTheCycleRunsItsHooks) {
   struct Foreign : ProcessingModule::Parameters {};
   TestModule module;
   Foreign foreign;
@@ -610,24 +603,18 @@ TEST(ProcessingModuleParameters, WrongDynamicTypeIsRefusedAndLogged) {
   EXPECT_FALSE(module.IsInitialized());
   EXPECT_EQ(parameters, "incompatible parameters object");
   EXPECT_EQ(data, "incompatible initialization data object");
-}
 
-// ---------------------------------------------------------------------------------------------
-// The initialize cycle
-
-TEST(ProcessingModuleLifecycle, InitializeAndDeallocateRunTheirHooks) {
-  TestModule module;
+  // Initialize and Deallocate run their hooks.
   module.calls.clear();
-  EXPECT_FALSE(module.IsInitialized());
-  TestModule::InitializationData data;
-  data.size = 5;
-  module.Initialize(data);
+  TestModule::InitializationData good;
+  good.size = 5;
+  module.Initialize(good);
   EXPECT_TRUE(module.IsInitialized());
   EXPECT_EQ(module.size, 5);
   module.Deallocate();
   EXPECT_FALSE(module.IsInitialized());
   EXPECT_EQ(module.size, 0);
-  module.Initialize(data);
+  module.Initialize(good);
   EXPECT_EQ(module.calls, (Calls{"_Initialize", "_Deallocate", "_Initialize"}));
 }
 

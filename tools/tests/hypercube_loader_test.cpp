@@ -322,33 +322,24 @@ TEST_F(HypercubeLoaderEnvi, HeaderListsGiveBandsFillAndScale) {
 }
 
 TEST_F(HypercubeLoaderEnvi, BandListsOfAnotherLengthAreWarnedAboutAndDropped) {
+  // Whether the wavelengths and the widths are kept, the header's lists, what is warned.
   struct Case {
-    std::string name, lines;
     bool wavelengths_kept, widths_kept;
+    std::string name, lines;
     std::vector<std::string> warnings;
   };
+  const std::string widths = "fwhm = {10, 10, 10, 10}\n";
+  const std::string wavelengths = "wavelength = {470, 480, 490, 500}\n";
+  const std::string six = "fwhm = {10, 10, 10, 10, 10, 10}\n";
+  const auto has = [](const std::string& list, int values) {
+    return "\"" + list + "\" list has " + std::to_string(values) + " values for 4 bands";
+  };
   const Case cases[] = {
-      {"short",
-       "wavelength = {470, 480, 490}\nfwhm = {10, 10, 10, 10}\n",
-       false,
-       true,
-       {"\"wavelength\" list has 3 values for 4 bands"}},
-      {"long",
-       "wavelength = {470, 480, 490, 500, 510}\n",
-       false,
-       false,
-       {"\"wavelength\" list has 5 values for 4 bands"}},
-      {"widths",
-       "wavelength = {470, 480, 490, 500}\nfwhm = {10, 10}\n",
-       true,
-       false,
-       {"\"fwhm\" list has 2 values for 4 bands"}},
-      {"both",
-       "wavelength = {470}\nfwhm = {10, 10, 10, 10, 10, 10}\n",
-       false,
-       false,
-       {"\"wavelength\" list has 1 values", "\"fwhm\" list has 6 values"}},
-      {"fitting", "wavelength = {470, 480, 490, 500}\nfwhm = {10, 10, 10, 10}\n", true, true, {}},
+      {0, 1, "short", "wavelength = {470, 480, 490}\n" + widths, {has("wavelength", 3)}},
+      {0, 0, "long", "wavelength = {470, 480, 490, 500, 510}\n", {has("wavelength", 5)}},
+      {1, 0, "widths", wavelengths + "fwhm = {10, 10}\n", {has("fwhm", 2)}},
+      {0, 0, "both", "wavelength = {470}\n" + six, {has("wavelength", 1), has("fwhm", 6)}},
+      {1, 1, "fitting", wavelengths + widths, {}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -409,7 +400,7 @@ class HypercubeLoaderErrors : public HypercubeLoaderTest {
   }
 };
 
-TEST_F(HypercubeLoaderErrors, MissingAndUnknownFilesCannotBeOpened) {
+TEST_F(HypercubeLoaderErrors, MissingUnknownAndBadHeaderFilesCannotBeOpened) {
   const auto code = CubeError::kCannotOpen;
   ExpectError(code, "absent.hdr", "absent.hdr", {"no such file"});
   ExpectError(code, "", "", {});
@@ -421,9 +412,7 @@ TEST_F(HypercubeLoaderErrors, MissingAndUnknownFilesCannotBeOpened) {
   ExpectError(code, "junk.hdr", "junk.raw", {"not an image cube"},
               {{"junk.hdr", "this is not a header\n"},
                {"junk.raw", std::string(kWidth * kHeight * kBands * 2, '\x01')}});
-}
-
-TEST_F(HypercubeLoaderErrors, ByteOrderOrHeaderOffsetNoReaderCouldUseIsABadHeader) {
+  // A byte order or header offset no reader could use makes a bad header.
   const std::string samples = RawSamples<unsigned short>("bsq", false);
   const std::string header = EnviHeader(12, "bsq", 0, 0);
   // The line as written, the line instead, what the message must hold.
@@ -441,7 +430,7 @@ TEST_F(HypercubeLoaderErrors, ByteOrderOrHeaderOffsetNoReaderCouldUseIsABadHeade
     std::string broken = header;
     broken.replace(broken.find(line), line.size(), instead);
     const std::string stem = "bad" + std::to_string(index++);
-    ExpectError(CubeError::kCannotOpen, stem + ".hdr", stem + ".hdr", {what},
+    ExpectError(code, stem + ".hdr", stem + ".hdr", {what},
                 {{stem + ".hdr", broken}, {stem + ".raw", samples}});
   }
 }
