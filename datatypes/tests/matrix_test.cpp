@@ -47,11 +47,11 @@ void ExpectIdentity(Matrix<double> const& a, Matrix<double> const& b, double tol
   }
 }
 
-TEST(MatrixConstruction, FilledRowMajorWithRowPointersAndZeroByZeroAllocatesNothing) {
-  const Matrix<double> m(2, 3, 1.5);
-  EXPECT_TRUE(m.owned);
-  EXPECT_EQ(Elements(m), std::vector<double>(6, 1.5));
-  ExpectRowPointersFollowData(m);
+TEST(MatrixConstruction, FilledRowMajorZeroByZeroAllocatesNothingCopyIsDeepMoveTakesOver) {
+  const Matrix<double> filled(2, 3, 1.5);
+  EXPECT_TRUE(filled.owned);
+  EXPECT_EQ(Elements(filled), std::vector<double>(6, 1.5));
+  ExpectRowPointersFollowData(filled);
   EXPECT_THROW(Matrix<double>(1UL << 31, 1UL << 31, 0.0), std::bad_array_new_length);
 
   const Matrix<double> none(0, 0, 1.0);
@@ -60,9 +60,8 @@ TEST(MatrixConstruction, FilledRowMajorWithRowPointersAndZeroByZeroAllocatesNoth
       std::make_tuple(static_cast<double*>(nullptr), static_cast<double**>(nullptr), 0UL, 0UL));
   const Matrix<double> no_rows(0, 4, 1.0);
   EXPECT_EQ(std::make_pair(no_rows.row_count, no_rows.column_count), std::make_pair(0UL, 4UL));
-}
 
-TEST(MatrixConstruction, CopyIsDeepAndMoveTakesTheStorageOver) {
+  // A copy is deep; a move takes the storage over.
   Matrix<double> m = Make({{1, 2}, {3, 4}, {5, 6}});
   const Matrix<double> copy(m);
   EXPECT_NE(copy.data, m.data);
@@ -76,7 +75,7 @@ TEST(MatrixConstruction, CopyIsDeepAndMoveTakesTheStorageOver) {
   EXPECT_EQ(m.data, nullptr);  // NOLINT: a moved-from matrix is left empty, safe to destroy
 }
 
-TEST(MatrixAssignment, CopyFillsThePresentStorageAndMoveTakesTheOtherOver) {
+TEST(MatrixAssignment, CopyFillsThePresentStorageMoveTakesOverAllocationRepoints) {
   Matrix<double> target(2, 2, 0.0);
   const double* storage = target.data;
   const Matrix<double> other = Make({{5, 6}, {7, 8}});
@@ -97,30 +96,29 @@ TEST(MatrixAssignment, CopyFillsThePresentStorageAndMoveTakesTheOtherOver) {
   target = Matrix<double>(3, 2, 0.5);
   EXPECT_EQ(Elements(target), std::vector<double>(6, 0.5));
   ExpectRowPointersFollowData(target);
-}
 
-TEST(MatrixAllocation, MatchingSizesKeepEverythingAndOthersRepointTheRows) {
-  Matrix<double> m = Make({{1, 2}, {3, 4}});
-  const double* storage = m.data;
-  double** row_pointers = m.rows;
-  m._AllocateAll(2, 2, false);
-  EXPECT_EQ(m.data, storage);
-  EXPECT_EQ(Elements(m), (std::vector<double>{1, 2, 3, 4}));
+  // Matching sizes keep everything; others repoint the rows.
+  Matrix<double> grown = Make({{1, 2}, {3, 4}});
+  const double* kept = grown.data;
+  double** row_pointers = grown.rows;
+  grown._AllocateAll(2, 2, false);
+  EXPECT_EQ(grown.data, kept);
+  EXPECT_EQ(Elements(grown), (std::vector<double>{1, 2, 3, 4}));
 
-  m._AllocateAll(2, 3, true);
-  EXPECT_EQ(m.rows, row_pointers);  // same row count: the pointer array is reused
-  ExpectRowPointersFollowData(m);
-  EXPECT_EQ(std::make_tuple(m.rows[0][0], m.rows[0][1], m.rows[1][0], m.rows[1][1]),
+  grown._AllocateAll(2, 3, true);
+  EXPECT_EQ(grown.rows, row_pointers);  // same row count: the pointer array is reused
+  ExpectRowPointersFollowData(grown);
+  EXPECT_EQ(std::make_tuple(grown.rows[0][0], grown.rows[0][1], grown.rows[1][0], grown.rows[1][1]),
             std::make_tuple(1.0, 2.0, 3.0, 4.0));
 
-  m._AllocateAll(3, 1, false);
-  EXPECT_EQ(m.row_count, 3u);
-  ExpectRowPointersFollowData(m);
+  grown._AllocateAll(3, 1, false);
+  EXPECT_EQ(grown.row_count, 3u);
+  ExpectRowPointersFollowData(grown);
 
-  m._DeallocateAll();
-  EXPECT_EQ(m.data, nullptr);
-  EXPECT_EQ(m.rows, nullptr);
-  EXPECT_EQ(m.row_count, 0u);
+  grown._DeallocateAll();
+  EXPECT_EQ(grown.data, nullptr);
+  EXPECT_EQ(grown.rows, nullptr);
+  EXPECT_EQ(grown.row_count, 0u);
 }
 
 TEST(MatrixMultiply, MatrixTimesVectorAndMatrixTimesMatrix) {
@@ -148,7 +146,7 @@ TEST(MatrixMultiply, MatrixTimesVectorAndMatrixTimesMatrix) {
   EXPECT_EQ(order.rows[0][0], 1.0);
 }
 
-TEST(MatrixInverse, SymmetricPositiveDefinite) {
+TEST(MatrixInverse, SymmetricNonSymmetricAndIndefinite) {
   for (const Matrix<double>& spd :
        {Make({{2, 1}, {1, 2}}),
         Make({{4, 1, 0.5, 0}, {1, 3, 0.2, 0.1}, {0.5, 0.2, 2, -0.3}, {0, 0.1, -0.3, 1}})}) {
@@ -159,9 +157,8 @@ TEST(MatrixInverse, SymmetricPositiveDefinite) {
   const Matrix<double> regularised = Make({{1.0001, 0}, {0, 1.0001}}).Inverse();
   EXPECT_DOUBLE_EQ(regularised.rows[0][0], 1.0 / 1.0001);
   EXPECT_EQ(regularised.rows[0][1], 0.0);
-}
 
-TEST(MatrixInverse, NonSymmetricAndIndefiniteNeedPivoting) {
+  // A zero on the diagonal: elimination without row exchanges would divide by it.
   // A zero on the diagonal: elimination without row exchanges would divide by it.
   const Matrix<double> a = Make({{0, 1, 2}, {1, 0, 3}, {4, -3, 8}});
   const Matrix<double> inverse = a.Inverse();

@@ -15,7 +15,7 @@ std::vector<double> Values(Vector<double> const& v) {
   return {v.begin(), v.end()};
 }
 
-TEST(VectorConstruction, EmptyFilledAndBeyondTheLimit) {
+TEST(VectorConstruction, EmptyFilledBeyondTheLimitCopiedOrViewed) {
   const Vector<double> empty;
   EXPECT_FALSE(empty.owned);
   EXPECT_EQ(empty.data, nullptr);
@@ -34,9 +34,8 @@ TEST(VectorConstruction, EmptyFilledAndBeyondTheLimit) {
   Vector<double> v;
   EXPECT_THROW(v._Allocate(~0UL, false), std::bad_array_new_length);
   EXPECT_EQ(v.size, 0u);
-}
 
-TEST(VectorConstruction, RangeIsCopiedOrViewedAndACopyOfAViewOwns) {
+  // A range is copied or viewed, and a copy of a view owns.
   double memory[4] = {1.0, 2.0, 3.0, 4.0};
   const Vector<double> copy(memory + 1, memory + 3, true);
   EXPECT_TRUE(copy.owned);
@@ -88,7 +87,7 @@ TEST(VectorAllocate, SameSizeKeepsEverythingAndKeepCarriesTheCommonPrefixOver) {
   EXPECT_EQ(view[1], 2.0);
 }
 
-TEST(VectorAssignment, SameSizeWritesThroughARowViewAndOtherSizeReplacesTheArray) {
+TEST(VectorAssignment, SameSizeWritesThroughARowViewOtherSizeReplacesAndMultiplyOwns) {
   Matrix<double> m(2, 3, 0.0);
   RowVector<double> row(m.rows[1], m.rows[1] + 3, false);
   const RowVector<double> values(3, 7.0);
@@ -113,9 +112,8 @@ TEST(VectorAssignment, SameSizeWritesThroughARowViewAndOtherSizeReplacesTheArray
   v = *&v;
   EXPECT_EQ(v.data, before);
   EXPECT_EQ(Values(v), (std::vector<double>{1.0, 1.0}));
-}
 
-TEST(VectorArithmetic, RowTimesFactorIsANewOwnedRow) {
+  // A row times a factor is a new owned row.
   double memory[3] = {1.0, -2.0, 0.5};
   const RowVector<double> view(memory, memory + 3, false);
   const RowVector<double> scaled = view.Multiply(-2.0);
