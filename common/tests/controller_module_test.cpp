@@ -88,7 +88,7 @@ TEST(ControllerModuleStates, StartInitializesThenStartsStopReturnsAndHooksRunLoc
   EXPECT_TRUE(recorder.lock_was_held);
 }
 
-TEST(ControllerModuleStates, AssertStateNamesTheCurrentAndTheWantedState) {
+TEST(ControllerModuleStates, AssertStateNamesBothStatesAndRefusedTransitionsChangeNothing) {
   Recorder recorder;
   EXPECT_EQ(AssertText(recorder, StatedObject::OS_STOPPED), "");
   EXPECT_EQ(AssertText(recorder, StatedObject::OS_RUNNING),
@@ -100,24 +100,22 @@ TEST(ControllerModuleStates, AssertStateNamesTheCurrentAndTheWantedState) {
   recorder.MarkBusy();
   EXPECT_EQ(AssertText(recorder, StatedObject::OS_RUNNING),
             "controller \"reader\" is busy, it must be running");
-}
 
-TEST(ControllerModuleStates, RefusedOrFailedTransitionsLeaveTheStateAsItWas) {
-  Recorder recorder;
-  EXPECT_THROW(recorder.Pause(), std::logic_error);  // only from running
-  recorder.fail_start = true;
-  EXPECT_THROW(recorder.Start(), std::runtime_error);
-  EXPECT_EQ(recorder.GetObjectState(), StatedObject::OS_STOPPED);
-  recorder.fail_start = false;
-  recorder.Start();
-  EXPECT_THROW(recorder.Start(), std::logic_error);
-  EXPECT_EQ(recorder.GetObjectState(), StatedObject::OS_RUNNING);
-  recorder.Pause();
-  EXPECT_EQ(recorder.GetObjectState(), StatedObject::OS_STOPPED);
-  recorder.Start();
-  EXPECT_EQ(recorder.calls,
-            (std::vector<std::string>{"_Initialize", "_Start", "_Initialize", "_Start", "_Pause",
-                                      "_Initialize", "_Start"}));
+  // Refused or failed transitions leave the state as it was.
+  Recorder fresh;
+  EXPECT_THROW(fresh.Pause(), std::logic_error);  // only from running
+  fresh.fail_start = true;
+  EXPECT_THROW(fresh.Start(), std::runtime_error);
+  EXPECT_EQ(fresh.GetObjectState(), StatedObject::OS_STOPPED);
+  fresh.fail_start = false;
+  fresh.Start();
+  EXPECT_THROW(fresh.Start(), std::logic_error);
+  EXPECT_EQ(fresh.GetObjectState(), StatedObject::OS_RUNNING);
+  fresh.Pause();
+  EXPECT_EQ(fresh.GetObjectState(), StatedObject::OS_STOPPED);
+  fresh.Start();
+  EXPECT_EQ(fresh.calls, (std::vector<std::string>{"_Initialize", "_Start", "_Initialize", "_Start",
+                                                   "_Pause", "_Initialize", "_Start"}));
 }
 
 }  // namespace

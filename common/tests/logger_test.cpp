@@ -23,7 +23,7 @@ class LoggerTest : public ::testing::Test {
   std::vector<Message>& messages_ = log_.lines;
 };
 
-TEST_F(LoggerTest, EveryRouteEndsInTheSink) {
+TEST_F(LoggerTest, EveryRouteEndsInTheSinkAndTheDefaultSinkWritesToStandardError) {
   Logger::StaticError("static error");
   Logger::StaticInfo("static info");
   MessageReporter::Error("for a person");
@@ -37,9 +37,9 @@ TEST_F(LoggerTest, EveryRouteEndsInTheSink) {
                                              {kError, "PM_PeakDetection", "named error"},
                                              {kInfo, "PM_PeakDetection", "named info"},
                                              {kError, "", ""}}));
-}
 
-TEST_F(LoggerTest, TheDefaultSinkWritesLevelledLinesToStandardError) {
+  // The default sink writes levelled lines to standard error.
+  messages_.clear();
   Logger::SetSink(nullptr);
   ::testing::internal::CaptureStderr();
   Logger::StaticError("disk full");

@@ -178,16 +178,15 @@ TEST(ParameterKinds, CriteriaDecideWhichValuesAreValid) {
   EXPECT_FALSE(name.IsValid(std::string(2000000, 'a') + "d"));
 }
 
-TEST(ParameterContainerCopy, CopiesAreIndependent) {
+TEST(ParameterContainer, CopiesAreIndependentAndLookupFindsByTitleAndGroup) {
   ParameterContainer original = MakeContainer();
   const ParameterContainer copy = original;
   dynamic_cast<RealParameter&>(original.GetParameter(0)).SetValue(42.0);
   original.GetChild(0).GetParameter(0).SetProperties("Changed", "", "");
   EXPECT_EQ(Describe(copy), Describe(MakeContainer()));
   EXPECT_NE(Describe(copy), Describe(original));
-}
 
-TEST(ParameterContainerLookup, FindsByTitleAndGroupAndListsVisible) {
+  // Lookup finds by title and group, a child's parameter only in the child, and lists the visible.
   ParameterContainer container = MakeContainer();
   // A child's parameter is the child's, not the parent's.
   EXPECT_EQ(container.FindParameter("Min. QE", "Peaks"), nullptr);
@@ -205,7 +204,7 @@ TEST(ParameterContainerLookup, FindsByTitleAndGroupAndListsVisible) {
                                               "Debug dump dir", "Label"}));
 }
 
-TEST(ParameterContainerXml, RoundTripKeepsEveryItem) {
+TEST(ParameterContainerXml, RoundTripKeepsEveryItemAndReadingReplacesTheContent) {
   const ParameterContainer original = MakeContainer();
   const std::string text = original.WriteString();
 
@@ -219,19 +218,17 @@ TEST(ParameterContainerXml, RoundTripKeepsEveryItem) {
   EXPECT_TRUE(std::signbit(
       dynamic_cast<const RealParameter&>(read.GetChild(0).GetParameter(0)).GetValue()));
   EXPECT_EQ(read.WriteString(), text);
+
+  // Reading replaces the content.
+  ParsingResult again;
+  read.ReadString(again, ParameterContainer("Other", "Nothing in it").WriteString());
+  EXPECT_EQ(again.state(), ParsingResult::Ok);
+  EXPECT_EQ(read.GetName(), "Other");
+  EXPECT_EQ(read.GetParameterCount(), 0u);
+  EXPECT_EQ(read.GetChildCount(), 0u);
 }
 
-TEST(ParameterContainerXml, ReadingReplacesTheContent) {
-  ParameterContainer container = MakeContainer();
-  ParsingResult result;
-  container.ReadString(result, ParameterContainer("Other", "Nothing in it").WriteString());
-  EXPECT_EQ(result.state(), ParsingResult::Ok);
-  EXPECT_EQ(container.GetName(), "Other");
-  EXPECT_EQ(container.GetParameterCount(), 0u);
-  EXPECT_EQ(container.GetChildCount(), 0u);
-}
-
-TEST(ParameterContainerXml, DamagedItemsBecomeEventsAndTheRestIsRead) {
+TEST(ParameterContainerXml, DamagedItemsBecomeEventsTheRestIsReadVersionsDispatch) {
   const std::string text = R"(<parameter_container version="0">
   <name>Damaged</name>
   <parameters>
@@ -288,21 +285,20 @@ TEST(ParameterContainerXml, DamagedItemsBecomeEventsAndTheRestIsRead) {
   ASSERT_EQ(container.GetChildCount(), 1u);
   EXPECT_EQ(container.GetChildName(0), "");
   EXPECT_EQ(container.GetChild(0).GetName(), "Anonymous");
-}
 
-TEST(ParameterContainerXml, VersionDispatch) {
+  // A missing or newer version reads nothing.
   ParsingResult missing;
-  ParameterContainer container = MakeContainer();
-  container.ReadString(missing, "<parameter_container><name>X</name></parameter_container>");
+  ParameterContainer versioned = MakeContainer();
+  versioned.ReadString(missing, "<parameter_container><name>X</name></parameter_container>");
   EXPECT_THAT(missing.events(),
               Contains(Event(ParsingResult::Error, Event::MissingVersion, "parameter_container")));
-  EXPECT_EQ(container.GetName(), "Analysis");  // nothing read
+  EXPECT_EQ(versioned.GetName(), "Analysis");  // nothing read
 
   ParsingResult newer;
-  container.ReadString(newer, "<parameter_container version=\"1\"/>");
+  versioned.ReadString(newer, "<parameter_container version=\"1\"/>");
   EXPECT_THAT(newer.events(), Contains(Event(ParsingResult::Error, Event::UnsupportedVersion,
                                              "parameter_container")));
-  EXPECT_EQ(container.GetParameterCount(), MakeContainer().GetParameterCount());
+  EXPECT_EQ(versioned.GetParameterCount(), MakeContainer().GetParameterCount());
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ namespace {
 
 using filesystem::Path;
 
-TEST(Path, KeepsItsTextAndJoinsWithOneSeparator) {
+TEST(Path, KeepsItsTextJoinsWithOneSeparatorAndStemDropsTheLastExtension) {
   const Path path("./calibrations//sensor.xml");
   EXPECT_EQ(path.ToString(), "./calibrations//sensor.xml");
   EXPECT_EQ((Path("debug_dump") / Path("peaks.csv")).GetPath(), "debug_dump/peaks.csv");
@@ -22,9 +22,8 @@ TEST(Path, KeepsItsTextAndJoinsWithOneSeparator) {
   Path assigned("first");
   assigned = Path("second/file.txt");
   EXPECT_EQ(assigned, Path("second/file.txt"));
-}
 
-TEST(Path, StemDropsOnlyTheLastExtension) {
+  // The stem drops only the last extension.
   EXPECT_EQ(Path("dir/sensor_calibration.xml").Stem(), "sensor_calibration");
   EXPECT_EQ(Path("dir/archive.tar.gz").Stem(), "archive.tar");
   EXPECT_EQ(Path("dir/.hidden").Stem(), ".hidden");

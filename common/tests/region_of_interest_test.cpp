@@ -48,7 +48,7 @@ TEST(RegionOfInterestXml, MissingOrUnreadableValuesAreEventsAndZeroButNoCheckRun
   }
 }
 
-TEST(RegionOfInterestChecks, EveryFailedConditionInOrder) {
+TEST(RegionOfInterestChecks, EveryFailedConditionInOrderAndEveryFieldCompares) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const std::vector<std::pair<RegionOfInterest, EventList>> cases = {
       {RegionOfInterest(-1, -0.5, 0, -3),
@@ -62,9 +62,8 @@ TEST(RegionOfInterestChecks, EveryFailedConditionInOrder) {
   for (auto const& [region, events] : cases) {
     EXPECT_EQ(Checks(region), events) << region.width << " x " << region.height;
   }
-}
 
-TEST(RegionOfInterestCompare, AllFourFieldsCount) {
+  // All four fields count in a comparison.
   const RegionOfInterest base(1, 2, 3, 4);
   EXPECT_EQ(base, RegionOfInterest(1, 2, 3, 4));
   for (const RegionOfInterest& other :

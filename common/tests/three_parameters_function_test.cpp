@@ -34,7 +34,7 @@ std::vector<double> Widths() {
   return widths;
 }
 
-TEST_P(PeakShape, HeightAtTheCentreAndHalfOfItAtHalfTheFWHM) {
+TEST_P(PeakShape, HeightAtTheCentreHalfOfItAtHalfTheFWHMWhichInvertsExactly) {
   for (double p2 : Widths()) {
     for (const auto& [p1, p3] : {std::pair{550.0, 1.0}, std::pair{-3.0, 0.25}}) {
       const double half = 0.5 * f->ParamToFWHM(p2);
@@ -51,9 +51,8 @@ TEST_P(PeakShape, HeightAtTheCentreAndHalfOfItAtHalfTheFWHM) {
       EXPECT_DOUBLE_EQ((*f)(p1, p2, p3, p1 - 0.7 * half), (*f)(p1, p2, p3, p1 + 0.7 * half));
     }
   }
-}
 
-TEST_P(PeakShape, FWHMAndWidthParameterAreExactInverses) {
+  // FWHM and width parameter are exact inverses.
   for (double w : Widths()) {
     EXPECT_DOUBLE_EQ(f->FWHMToParam(f->ParamToFWHM(w)), w);
     EXPECT_DOUBLE_EQ(f->ParamToFWHM(f->FWHMToParam(w)), w);
@@ -111,16 +110,15 @@ INSTANTIATE_TEST_SUITE_P(
                             [] { return std::make_unique<FabryPerotDistribution>(false); }}),
     [](const ::testing::TestParamInfo<Shape>& info) { return info.param.name; });
 
-TEST(PeakShapeWidth, GaussTakesTheStandardDeviationAndLorentzTheHalfWidthAtHalfMaximum) {
+TEST(PeakShapeWidth, GaussLorentzAndFabryPerotTakeTheirOwnWidthParameters) {
   const GaussDistribution gauss;
   const LorentzDistribution lorentz;
   EXPECT_DOUBLE_EQ(gauss.ParamToFWHM(1.0), 2.3548200450309493);
   EXPECT_DOUBLE_EQ(gauss(0.0, 2.0, 3.0, 2.0), 3.0 * std::exp(-0.5));
   EXPECT_DOUBLE_EQ(lorentz.ParamToFWHM(3.0), 6.0);
   EXPECT_DOUBLE_EQ(lorentz(0.0, 2.0, 3.0, 4.0), 3.0 * 4.0 / 20.0);
-}
 
-TEST(FabryPerotDistribution, OrdersRepeatEveryFreeSpectralRangeUnlessSingle) {
+  // Fabry-Perot orders repeat every free spectral range unless single.
   const FabryPerotDistribution single(true);
   const FabryPerotDistribution periodic(false);
   EXPECT_TRUE(single.IsSingleOrder());

@@ -127,16 +127,15 @@ class ScopedTimeZone {
   std::string old_;
 };
 
-TEST(TimeFormat, TheFlagSelectsLocalTime) {
+TEST(TimeFormat, TheFlagSelectsLocalTimeAndNowIsTheSystemClock) {
   const ScopedTimeZone zone("XYZ-02:30");  // POSIX form: two and a half hours east of UTC
   const time::TimePoint t = AtSeconds(1715938200);
   EXPECT_EQ(time::ToString(t, true, "%FT%T %z %Z"), "2024-05-17T12:00:00 +0230 XYZ");
   EXPECT_EQ(time::ToString(t, false, "%FT%T %z %Z"), "2024-05-17T09:30:00 +0000 UTC");
   // The offset carries the date over midnight.
   EXPECT_EQ(time::ToString(AtSeconds(1715938200 + 14 * 3600), true, "%F %R"), "2024-05-18 02:00");
-}
 
-TEST(TimeNow, IsTheSystemClockInMicroseconds) {
+  // The current time is the system clock in microseconds.
   const auto before = std::chrono::floor<microseconds>(std::chrono::system_clock::now());
   const time::TimePoint now = time::CurrentUniversalTime();
   const auto after = std::chrono::floor<microseconds>(std::chrono::system_clock::now());

@@ -29,7 +29,7 @@ class WriteCsvTest : public ::testing::Test {
   const std::string path_ = (directory_.path() / "out.csv").string();
 };
 
-TEST_F(WriteCsvTest, EveryFormWithItsLinesAndSignificantDigits) {
+TEST_F(WriteCsvTest, EveryFormWithItsLinesAndDigitsOrAnErrorNamingThePath) {
   const std::vector<double> values = {1.0, 0.5, 1.0 / 3.0, -2.5e-7};
   Utilities::WriteCsv(values, true, path_, 6);
   EXPECT_EQ(Contents(), "1\n0.5\n0.333333\n-2.5e-07\n");
@@ -54,9 +54,8 @@ TEST_F(WriteCsvTest, EveryFormWithItsLinesAndSignificantDigits) {
   EXPECT_EQ(Contents(), "0.1,1.23e+05\n");
   Utilities::WriteCsv({1.0 / 3.0}, false, path_, 99);
   EXPECT_EQ(Contents(), "0.33333333333333331\n");
-}
 
-TEST_F(WriteCsvTest, UnwritablePathThrowsNamingIt) {
+  // An unwritable path throws, naming it.
   const std::string path = (directory_.path() / "missing" / "x.csv").string();
   const double one = 1.0;
   for (const auto& write :

@@ -107,7 +107,7 @@ TEST(FilterResponse, CopiesBothArrays) {
 
 enum eColour : std::int32_t { RED = 0, GREEN = 1, BLUE = 2 };
 
-TEST(Translator, LooksUpBothWaysStrictlyOrWithAFallback) {
+TEST(Translator, LooksUpBothWaysStrictlyOrWithAFallbackAndKeepsItsLinksAsItGrows) {
   const auto invalid = [](const std::string& text) {
     return ::testing::ThrowsMessage<std::invalid_argument>(::testing::StrEq(text));
   };
@@ -131,11 +131,10 @@ TEST(Translator, LooksUpBothWaysStrictlyOrWithAFallback) {
   EXPECT_EQ(RED, colours.ValueOf("red"));
   EXPECT_EQ(RED, colours.ValueOf("crimson"));
   EXPECT_EQ("crimson", colours.TextOf(RED));
-}
 
-TEST(Translator, KeepsItsLinksValidAsItGrows) {
-  // Enough entries to rebalance the trees many times over; every link must still reach the key
-  // of its partner.
+  // Enough entries to rebalance the trees many times over; every link must still reach the key of
+  // its partner. Enough entries to rebalance the trees many times over; every link must still reach
+  // the key of its partner.
   Translator<std::int32_t, std::wstring> numbers;
   for (std::int32_t i = 0; i < 500; ++i) {
     numbers.Register(std::to_wstring(i * 7919 % 500), i);

@@ -25,7 +25,7 @@ struct Read {
   ParsingResult result;
 };
 
-TEST(VectorXml, RoundTripWithSixSignificantDigits) {
+TEST(Vector, RoundTripsWithSixSignificantDigitsAndResizesIndexesAndCompares) {
   for (auto const& [written, text, read] : std::vector<std::tuple<Vector, std::string, Vector>>{
            {Vector({1.5, -2.0, 470.123456789, 1e-9}),
             "<vector nr_elements=\"4\" values=\"1.5 -2 470.123 1e-09\"/>",
@@ -66,9 +66,7 @@ TEST(VectorXml, InconsistentOrAbsentAttributesKeepOnlyWhatTheTextHolds) {
     expected.insert(expected.end(), c.events.begin(), c.events.end());
     EXPECT_EQ(Events(read.result), expected) << c.document;
   }
-}
 
-TEST(VectorAccess, ResizeIndexAndRange) {
   Vector vector;
   EXPECT_EQ(vector.Begin(), vector.End());
   vector.Resize(3, 1.5);

@@ -13,7 +13,7 @@ namespace {
 
 using Pixels = std::vector<std::pair<int, int>>;
 
-TEST(RunLengthEncoding, RasterizeListsPixelsInRunOrderKeepingOverlapsAndEqualityKeepsTheOrder) {
+TEST(RunLengthEncoding, RasterizeKeepsRunOrderAndOverlapsEqualityTheOrderRunsStayInInt) {
   RunLengthEncoding encoding;
   EXPECT_TRUE(encoding.IsEmpty());
   EXPECT_TRUE(RunLengthEncodingOperations::Rasterize(encoding).empty());
@@ -40,24 +40,23 @@ TEST(RunLengthEncoding, RasterizeListsPixelsInRunOrderKeepingOverlapsAndEquality
   EXPECT_EQ(encoding, RunLengthEncoding());
   EXPECT_TRUE(encoding.IsEmpty());
   EXPECT_EQ(encoding.GetNrOfPixels(), 0UL);
-}
 
-TEST(RunLengthEncoding, RunsMustBePositiveAndEndWithinInt) {
+  // Runs must be positive and end within int.
   constexpr int kMax = std::numeric_limits<int>::max();
-  RunLengthEncoding encoding;
-  EXPECT_THAT([&] { encoding.AddRun(0, 0, 0); },
+  RunLengthEncoding bounded;
+  EXPECT_THAT([&] { bounded.AddRun(0, 0, 0); },
               ::testing::ThrowsMessage<std::invalid_argument>(
                   ::testing::HasSubstr("run length 0 is not positive")));
-  EXPECT_THROW(encoding.AddRun(0, 0, -3), std::invalid_argument);
-  EXPECT_THROW(encoding.AddRun(kMax, 0, 2), std::invalid_argument);
-  EXPECT_THROW(encoding.AddRun(2, 0, kMax), std::invalid_argument);
-  EXPECT_TRUE(encoding.IsEmpty());
+  EXPECT_THROW(bounded.AddRun(0, 0, -3), std::invalid_argument);
+  EXPECT_THROW(bounded.AddRun(kMax, 0, 2), std::invalid_argument);
+  EXPECT_THROW(bounded.AddRun(2, 0, kMax), std::invalid_argument);
+  EXPECT_TRUE(bounded.IsEmpty());
 
-  encoding.AddRun(kMax - 1, 0, 2);
-  encoding.AddRun(1, 0, kMax);
-  encoding.AddRun(std::numeric_limits<int>::min(), 0, kMax);
-  EXPECT_EQ(encoding.GetNrOfPixels(), 2UL + 2UL * static_cast<unsigned long>(kMax));
-  EXPECT_EQ(encoding.GetRuns().front(), (RunLengthEncoding::Run{kMax - 1, 0, 2}));
+  bounded.AddRun(kMax - 1, 0, 2);
+  bounded.AddRun(1, 0, kMax);
+  bounded.AddRun(std::numeric_limits<int>::min(), 0, kMax);
+  EXPECT_EQ(bounded.GetNrOfPixels(), 2UL + 2UL * static_cast<unsigned long>(kMax));
+  EXPECT_EQ(bounded.GetRuns().front(), (RunLengthEncoding::Run{kMax - 1, 0, 2}));
 }
 
 }  // namespace
