@@ -733,13 +733,9 @@ TEST_F(XmlBadInput, EveryKindIsRefusedTheSameWay) {
        "DOCTYPE"},
       {"<?xml version=\"1.0\" encoding=\"UTF-16\"?><gauge version=\"2\"/>", "encoding"},
       {"<?xml version='1.0' encoding='Shift_JIS'?>" + Named("\x82\xA0\xFF\xFF"), "encoding"},
-      {"<?xml version=\"1.0\" encoding=\"EBCDIC-US\" ?>\n<gauge version=\"2\"/>", "encoding"},
       // Without the closing "?>" the parser still switches to the declared encoding.
       {"<?xml version=\"1.0\" encoding=\"SHIFT_JIS\"\n" + Named("\x82\xFF\xFF"), "encoding"},
-      {"<?xml version=\"1.0\" encoding=\"UTF-7\" " + Named("+AGEAYgBj-"), "encoding"},
       {std::string("\xFF\xFE<\0g\0/\0>\0", 10), "NUL"},  // UTF-16 with its byte order mark
-      {Named("\xC3\x28"), "not well-formed"},
-      {Named("ok\xFF"), "not well-formed"},
       {"<gauge version=\"2\" serial=\"\xE2\x82\"/>", "not well-formed"},
       {Named("\xED\xA0\x80"), "not well-formed"},         // a UTF-16 surrogate
       {"<g\xC0\xAE version=\"2\"/>", "not well-formed"},  // overlong in a name
