@@ -29,14 +29,6 @@ const std::string kVersion1 = R"(<context_description version="1">
   <camera_id>cam-0042</camera_id>
 </context_description>)";
 
-TEST(ContextDescriptionReading, VersionOneReadsBothValues) {
-  ContextDescription description;
-  EXPECT_EQ(Events(Read(description, kVersion1)), (EventList{ReadStart("context_description")}));
-  EXPECT_EQ(description.version, 1);
-  EXPECT_EQ(description.sensor_type, SensorTypes::TEM480);
-  EXPECT_EQ(description.camera_id, "cam-0042");
-}
-
 TEST(ContextDescriptionReading, VersionZeroReadsNothingAndNoVersionIsAnError) {
   ContextDescription description;
   description.sensor_type = SensorTypes::VKR9;

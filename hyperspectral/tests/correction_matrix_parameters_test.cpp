@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -16,26 +19,11 @@ namespace {
 using namespace kelto::testing;
 using Parameters = CorrectionMatrixParameters;
 
-const std::string kDocument = R"(<correction_matrix_parameters version="0">
-  <peak_detection version="0"><distance_min_nm>0.5</distance_min_nm><peaks_nr_max>2</peaks_nr_max>
-  </peak_detection>
-  <peak_shape_fitting version="0"><shape>Gaussian</shape><fwhm_min>1.5</fwhm_min>
-    <fwhm_max>11</fwhm_max><qe_factor_min>0.9</qe_factor_min><qe_factor_max>1.1</qe_factor_max>
-    <wavelength_shift_max_nm>4</wavelength_shift_max_nm>
-    <detection_window_nm>19.5</detection_window_nm>
-    <shape_interpolation_factor>3</shape_interpolation_factor>
-    <nr_coarse_iterations>8</nr_coarse_iterations><nr_fine_iterations>20</nr_fine_iterations>
-  </peak_shape_fitting>
-  <band_selection version="0"><bands_minimum_distance>2.0</bands_minimum_distance>
-    <peak_clustering>true</peak_clustering><peak_fit_error_max>0.035</peak_fit_error_max>
-    <minimum_contribution>0.15</minimum_contribution></band_selection>
-  <inversion version="0"><algorithm>Vardell</algorithm><tikhonov_alpha>0.02</tikhonov_alpha>
-  </inversion>
-  <post_processing version="0"><bands_minimum_distance>0.5</bands_minimum_distance>
-    <spectral_resampling>true</spectral_resampling>
-    <resampling_wavelengths nr_elements="3" values="470 472.885906040268 900"/>
-    <smoothing_gaussian_filter_width>0.0</smoothing_gaussian_filter_width></post_processing>
-</correction_matrix_parameters>)";
+// Every block of the record with values that no record made in code has.
+const std::string kDocument = [] {
+  std::ifstream file(KELTO_TEST_DATA_DIR "/correction_matrix_parameters.xml");
+  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}();
 
 // The document with `attribute` in place of every version attribute.
 std::string WithVersion(const std::string& attribute) {
@@ -60,27 +48,23 @@ const EventList kUnknownTypeCheck = {
     Check("CorrectionMatrixTypes::eCorrectionMatrixType::CT_UNKNOWN != correction_matrix_type")};
 
 void ExpectDocumentValues(const Parameters& p) {
-  EXPECT_EQ(p.peak_detection.distance_min_nm, 0.5);
-  EXPECT_EQ(p.peak_detection.peaks_nr_max, 2);
-  EXPECT_EQ(p.peak_shape_fitting.shape, Distributions::DB_GAUSSIAN);
-  EXPECT_EQ(p.peak_shape_fitting.fwhm_min, 1.5);
-  EXPECT_EQ(p.peak_shape_fitting.fwhm_max, 11.0);
-  EXPECT_EQ(p.peak_shape_fitting.qe_factor_min, 0.9);
-  EXPECT_EQ(p.peak_shape_fitting.qe_factor_max, 1.1);
-  EXPECT_EQ(p.peak_shape_fitting.wavelength_shift_max_nm, 4.0);
-  EXPECT_EQ(p.peak_shape_fitting.detection_window_nm, 19.5);
-  EXPECT_EQ(p.peak_shape_fitting.shape_interpolation_factor, 3);
-  EXPECT_EQ(p.peak_shape_fitting.nr_coarse_iterations, 8);
-  EXPECT_EQ(p.peak_shape_fitting.nr_fine_iterations, 20);
-  EXPECT_EQ(p.band_selection.bands_minimum_distance, 2.0);
-  EXPECT_TRUE(p.band_selection.peak_clustering);
-  EXPECT_EQ(p.band_selection.peak_fit_error_max, 0.035);
-  EXPECT_EQ(p.band_selection.minimum_contribution, 0.15);
-  EXPECT_EQ(p.inversion.algorithm, InversionOptimizationAlgorithms::IOA_VARDELL);
-  EXPECT_EQ(p.inversion.tikhonov_alpha, 0.02);
-  EXPECT_EQ(p.post_processing.bands_minimum_distance, 0.5);
-  EXPECT_TRUE(p.post_processing.spectral_resampling);
-  EXPECT_EQ(p.post_processing.smoothing_gaussian_filter_width, 0.0);
+  const auto& f = p.peak_shape_fitting;
+  const auto& b = p.band_selection;
+  EXPECT_EQ(
+      (std::vector<double>{
+          p.peak_detection.distance_min_nm, static_cast<double>(p.peak_detection.peaks_nr_max),
+          f.fwhm_min, f.fwhm_max, f.qe_factor_min, f.qe_factor_max, f.wavelength_shift_max_nm,
+          f.detection_window_nm, static_cast<double>(f.shape_interpolation_factor),
+          static_cast<double>(f.nr_coarse_iterations), static_cast<double>(f.nr_fine_iterations),
+          b.bands_minimum_distance, b.peak_fit_error_max, b.minimum_contribution,
+          p.inversion.tikhonov_alpha, p.post_processing.bands_minimum_distance,
+          p.post_processing.smoothing_gaussian_filter_width}),
+      (std::vector<double>{0.5, 2, 1.5, 11, 0.9, 1.1, 4, 19.5, 3, 8, 20, 2.0, 0.035, 0.15, 0.02,
+                           0.5, 0.0}));
+  EXPECT_EQ(std::make_tuple(f.shape, b.peak_clustering, p.inversion.algorithm,
+                            p.post_processing.spectral_resampling),
+            std::make_tuple(Distributions::DB_GAUSSIAN, true,
+                            InversionOptimizationAlgorithms::IOA_VARDELL, true));
 }
 
 TEST(CorrectionMatrixParametersChecks, OnlyPeakDetectionAndTheMatrixTypeAreChecked) {
@@ -179,51 +163,43 @@ TEST(CorrectionMatrixParametersReading, ForeignTagIsReportedAndReadAllTheSame) {
 }
 
 TEST(CorrectionMatrixParametersReading, MissingElementsAreErrorsInFileOrderAndZeroTheFields) {
-  const auto missing = [](const std::string& tag, const std::vector<std::string>& names) {
-    EventList events = {ReadStart(tag)};
-    for (const std::string& name : names) {
-      events.push_back(Error(kMissingElement, name));
-    }
-    return events;
-  };
   Parameters p;
-  EXPECT_EQ(
-      Events(Read(p, R"(<correction_matrix_parameters version="0"/>)")),
-      missing("correction_matrix_parameters", {"peak_detection", "peak_shape_fitting",
-                                               "band_selection", "inversion", "post_processing"}));
-
   Parameters::PeakShapeFitting fitting;
-  EXPECT_EQ(Events(Read(fitting, R"(<peak_shape_fitting version="0"/>)")),
-            missing("peak_shape_fitting",
-                    {"shape", "fwhm_min", "fwhm_max", "qe_factor_min", "qe_factor_max",
-                     "wavelength_shift_max_nm", "detection_window_nm", "shape_interpolation_factor",
-                     "nr_coarse_iterations", "nr_fine_iterations"}));
-  EXPECT_EQ(fitting.shape, Distributions::DB_UNKNOWN);
-  EXPECT_EQ(fitting.fwhm_max, 0.0);
-  EXPECT_EQ(fitting.nr_fine_iterations, 0);
-
   Parameters::BandSelection selection;
-  EXPECT_EQ(Events(Read(selection, R"(<band_selection version="0"/>)")),
-            missing("band_selection", {"bands_minimum_distance", "peak_clustering",
-                                       "peak_fit_error_max", "minimum_contribution"}));
-  EXPECT_EQ(selection.minimum_contribution, 0.0);
-
   Parameters::PostProcessing post;
   post.spectral_resampling = true;
   post.resampling_wavelengths = {500.0};
-  EXPECT_EQ(
-      Events(Read(post, R"(<post_processing version="0"/>)")),
-      missing("post_processing", {"bands_minimum_distance", "spectral_resampling",
-                                  "resampling_wavelengths", "smoothing_gaussian_filter_width"}));
-  EXPECT_FALSE(post.spectral_resampling);
-  EXPECT_TRUE(post.resampling_wavelengths.empty());
-  EXPECT_EQ(post.smoothing_gaussian_filter_width, 0.0);
-
-  // 0.0, not the 0.01 of a record made in code.
   Parameters::Inversion inversion;
-  EXPECT_EQ(Events(Read(inversion, R"(<inversion version="0"><algorithm>Tikhonov</algorithm>
-                                      </inversion>)")),
-            missing("inversion", {"tikhonov_alpha"}));
+  // Each record, its tag, what the element holds and the names reported missing, in order.
+  const std::vector<std::tuple<common::XMLSerializableInterface*, std::string, std::string>> cases =
+      {{&p, "correction_matrix_parameters",
+        "peak_detection peak_shape_fitting band_selection inversion post_processing"},
+       {&fitting, "peak_shape_fitting",
+        "shape fwhm_min fwhm_max qe_factor_min qe_factor_max wavelength_shift_max_nm "
+        "detection_window_nm shape_interpolation_factor nr_coarse_iterations nr_fine_iterations"},
+       {&selection, "band_selection",
+        "bands_minimum_distance peak_clustering peak_fit_error_max minimum_contribution"},
+       {&post, "post_processing",
+        "bands_minimum_distance spectral_resampling resampling_wavelengths "
+        "smoothing_gaussian_filter_width"},
+       {&inversion, "inversion", "tikhonov_alpha"}};
+  for (const auto& [record, tag, names] : cases) {
+    EventList events = {ReadStart(tag)};
+    std::istringstream words(names);
+    for (std::string name; words >> name;) {
+      events.push_back(Error(kMissingElement, name));
+    }
+    const std::string body = record == &inversion ? "<algorithm>Tikhonov</algorithm>" : "";
+    EXPECT_EQ(Events(Read(*record, "<" + tag + " version=\"0\">" + body + "</" + tag + ">")),
+              events);
+  }
+  EXPECT_EQ(std::make_tuple(fitting.shape, fitting.fwhm_max, fitting.nr_fine_iterations,
+                            selection.minimum_contribution),
+            std::make_tuple(Distributions::DB_UNKNOWN, 0.0, 0, 0.0));
+  EXPECT_EQ(std::make_tuple(post.spectral_resampling, post.resampling_wavelengths.size(),
+                            post.smoothing_gaussian_filter_width),
+            std::make_tuple(false, std::size_t{0}, 0.0));
+  // 0.0, not the 0.01 of a record made in code.
   EXPECT_EQ(inversion.tikhonov_alpha, 0.0);
   EXPECT_EQ(inversion.algorithm, InversionOptimizationAlgorithms::IOA_TIKHONOV);
 }

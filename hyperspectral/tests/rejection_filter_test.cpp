@@ -107,7 +107,10 @@ TEST(RejectionFilterReading, RangeWithoutAGridOfAFilterIsRefusedAndNothingKept) 
     EXPECT_EQ(NotOk(result), (EventList{Check(sentence)})) << start << " " << end;
     EXPECT_EQ(filter.type, RejectionFilters::RF_NONE);
     EXPECT_EQ(filter.values.Size(), 0u);
-    EXPECT_EQ(filter.wavelength_end_nm, 0.0);
+    // Cleared back to no filter.
+    EXPECT_EQ((std::vector<double>{filter.wavelength_start_nm, filter.wavelength_end_nm,
+                                   filter.wavelength_resolution_nm}),
+              (std::vector<double>{0.0, 0.0, 0.0}));
   }
   // The largest grid that a file may give, and a range that ends less than two nanometres below
   // its start, which has no point.
@@ -153,15 +156,6 @@ TEST(RejectionFilterConvert, TransmissionRangeIsTheSpanAtOrAboveOneHalf) {
     EXPECT_EQ(component.transmission_range_end_nm, end) << curve.size();
     EXPECT_EQ(component.response, curve) << curve.size();
   }
-}
-
-TEST(RejectionFilterClear, BackToNoFilter) {
-  RejectionFilter filter = Filter(600.0, 700.0, 25.0, {0.1});
-  filter.Clear();
-  EXPECT_EQ(filter.type, RejectionFilters::RF_NONE);
-  EXPECT_EQ(filter.values.Size(), 0u);
-  EXPECT_EQ(filter.wavelength_start_nm, 0.0);
-  EXPECT_EQ(filter.wavelength_resolution_nm, 0.0);
 }
 
 }  // namespace

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <climits>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -35,42 +37,47 @@ SensorProduct Product(std::vector<int> lots, std::vector<int> wafers, int x_star
   return product;
 }
 
-std::string TagAt(const SensorProductMap& map, int lot, int wafer, int x, int y) {
-  const SensorProduct* product = GetSensorProduct(map, lot, wafer, x, y);
-  EXPECT_EQ(product != nullptr, HasSensorProduct(map, lot, wafer, x, y));
-  return product == nullptr ? "none" : product->product_tag;
+// The tag found at each die (lot, wafer, x, y), or "none".
+std::vector<std::string> TagsAt(const SensorProductMap& map,
+                                const std::vector<std::array<int, 4>>& dice) {
+  std::vector<std::string> tags;
+  for (const auto& [lot, wafer, x, y] : dice) {
+    const SensorProduct* product = GetSensorProduct(map, lot, wafer, x, y);
+    EXPECT_EQ(product != nullptr, HasSensorProduct(map, lot, wafer, x, y));
+    tags.push_back(product == nullptr ? "none" : product->product_tag);
+  }
+  return tags;
 }
 
-TEST(SensorProductReading, VersionOneReadsLatticeAndTexts) {
-  SensorProduct product;
-  EXPECT_EQ(Events(Read(product, kProduct)), (EventList{ReadStart("sensor_product")}));
-  EXPECT_EQ(product.lot, (std::vector<int>{7, 8}));
-  EXPECT_EQ(product.wafer, (std::vector<int>{1, 2, 3}));
-  EXPECT_EQ(product.x_start, 5);
-  EXPECT_EQ(product.x_modulo, 2);
-  EXPECT_EQ(product.y_start, -4);
-  EXPECT_EQ(product.y_modulo, 3);
-  EXPECT_EQ(product.internal_product_number, "IPN-1");
-  EXPECT_EQ(product.product_tag, "ql");
-  EXPECT_EQ(product.product_description, "line scan, 150 bands");
-
-  // A newer version is read as version 1.
-  SensorProduct newer;
-  EXPECT_EQ(Events(Read(newer, Replace(kProduct, R"(version="1")", R"(version="6")"))),
-            (EventList{ReadStart("sensor_product")}));
-  EXPECT_EQ(newer.product_description, "line scan, 150 bands");
+// Every field of the product in one line.
+std::string Fields(const SensorProduct& p) {
+  std::ostringstream text;
+  for (const int lot : p.lot) {
+    text << lot << " ";
+  }
+  text << "/ ";
+  for (const int wafer : p.wafer) {
+    text << wafer << " ";
+  }
+  text << "/ " << p.x_start << " " << p.x_modulo << " " << p.y_start << " " << p.y_modulo << " / "
+       << p.internal_product_number << " / " << p.product_tag << " / " << p.product_description;
+  return text.str();
 }
 
-TEST(SensorProductReading, VersionZeroHasNoTextsAndNoEventForThem) {
-  SensorProduct product;
-  product.product_tag = "left over";
-  EXPECT_EQ(Events(Read(product, Replace(kProduct, R"(version="1")", R"(version="0")"))),
-            (EventList{ReadStart("sensor_product")}));
-  EXPECT_EQ(product.wafer, (std::vector<int>{1, 2, 3}));
-  EXPECT_EQ(product.y_modulo, 3);
-  EXPECT_EQ(product.internal_product_number, "");
-  EXPECT_EQ(product.product_tag, "");
-  EXPECT_EQ(product.product_description, "");
+TEST(SensorProductReading, VersionOneReadsLatticeAndTextsVersionZeroNoTexts) {
+  // A newer version is read as version 1; version 0 has no texts, and no event for them.
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"1", "7 8 / 1 2 3 / 5 2 -4 3 / IPN-1 / ql / line scan, 150 bands"},
+      {"6", "7 8 / 1 2 3 / 5 2 -4 3 / IPN-1 / ql / line scan, 150 bands"},
+      {"0", "7 8 / 1 2 3 / 5 2 -4 3 /  /  / "}};
+  for (const auto& [version, fields] : cases) {
+    SensorProduct product;
+    product.product_tag = "left over";
+    EXPECT_EQ(
+        Events(Read(product, Replace(kProduct, R"(version="1")", "version=\"" + version + "\""))),
+        (EventList{ReadStart("sensor_product")}));
+    EXPECT_EQ(Fields(product), fields) << version;
+  }
 }
 
 TEST(SensorProductReading, MissingItemsAreErrorsAndAZeroPitchFailsItsCheck) {
@@ -177,72 +184,56 @@ TEST(SensorProductMapWriting, RoundTripInAttributeOrder) {
   EXPECT_EQ(copy.products[0].product_description, "4 by 4 <mosaic> & more");
 }
 
-TEST(SensorProductLookup, EmptyMapAndLotOrWaferNotListed) {
+TEST(SensorProductLookup, LotWaferAndTheLatticeBothWaysFromItsStart) {
   SensorProductMap map;
-  EXPECT_EQ(TagAt(map, 7, 1, 5, 5), "none");
+  EXPECT_EQ(TagsAt(map, {{7, 1, 5, 5}}), std::vector<std::string>{"none"});
+  // Lot and wafer must be listed; the wafer size plays no part.
   map.products.push_back(Product({7, 8}, {1, 2}, 0, 1, 0, 1, "any die"));
-  EXPECT_EQ(TagAt(map, 7, 1, 5, 5), "any die");
-  EXPECT_EQ(TagAt(map, 8, 2, -9, 1000), "any die");
-  EXPECT_EQ(TagAt(map, 9, 1, 5, 5), "none");
-  EXPECT_EQ(TagAt(map, 7, 3, 5, 5), "none");
-  // The wafer size plays no part.
   map.x_max = 2;
   map.y_max = 2;
-  EXPECT_EQ(TagAt(map, 7, 1, 5, 5), "any die");
-}
-
-TEST(SensorProductLookup, TheLatticeExtendsBothWaysFromItsStart) {
-  SensorProductMap map;
-  map.products.push_back(Product({1}, {1}, 5, 2, -4, 3, "odd"));
-  EXPECT_EQ(TagAt(map, 1, 1, 5, -4), "odd");
-  EXPECT_EQ(TagAt(map, 1, 1, 7, 2), "odd");
-  // Below the start: x 3 lies one pitch before x_start 5.
-  EXPECT_EQ(TagAt(map, 1, 1, 3, -4), "odd");
-  EXPECT_EQ(TagAt(map, 1, 1, -1, -10), "odd");
-  EXPECT_EQ(TagAt(map, 1, 1, 4, -4), "none");
-  EXPECT_EQ(TagAt(map, 1, 1, 5, -3), "none");
-  EXPECT_EQ(TagAt(map, 1, 1, 6, -5), "none");
+  EXPECT_EQ(TagsAt(map, {{7, 1, 5, 5}, {8, 2, -9, 1000}, {9, 1, 5, 5}, {7, 3, 5, 5}}),
+            (std::vector<std::string>{"any die", "any die", "none", "none"}));
+  // Below the start too: x 3 lies one pitch before x_start 5.
+  map.products = {Product({1}, {1}, 5, 2, -4, 3, "odd")};
+  const std::vector<std::array<int, 4>> dice = {{1, 1, 5, -4},   {1, 1, 7, 2},  {1, 1, 3, -4},
+                                                {1, 1, -1, -10}, {1, 1, 4, -4}, {1, 1, 5, -3},
+                                                {1, 1, 6, -5}};
+  const std::vector<std::string> odd = {"odd", "odd", "odd", "odd", "none", "none", "none"};
+  EXPECT_EQ(TagsAt(map, dice), odd);
   // A negative pitch describes the same lattice.
   map.products.front().x_modulo = -2;
-  EXPECT_EQ(TagAt(map, 1, 1, 3, -4), "odd");
-  EXPECT_EQ(TagAt(map, 1, 1, 4, -4), "none");
+  EXPECT_EQ(TagsAt(map, dice), odd);
 }
 
-TEST(SensorProductLookup, FirstMatchInFileOrderWins) {
+TEST(SensorProductLookup, FirstMatchInFileOrderAndAZeroPitchNeverMatches) {
   SensorProductMap map;
+  map.products = {Product({1}, {1}, 0, 0, 0, 1, "no columns"),
+                  Product({1}, {1}, 0, 1, 0, 0, "no rows")};
+  EXPECT_EQ(TagsAt(map, {{1, 1, 0, 0}, {1, 1, 3, 4}}), (std::vector<std::string>{"none", "none"}));
   map.products.push_back(Product({1}, {1}, 0, 2, 0, 2, "even"));
   map.products.push_back(Product({1}, {1}, 0, 1, 0, 1, "every"));
   map.products.push_back(Product({1}, {1}, 0, 4, 0, 4, "fourth"));
-  EXPECT_EQ(TagAt(map, 1, 1, 4, 8), "even");
-  EXPECT_EQ(TagAt(map, 1, 1, 4, 3), "every");
-  const SensorProduct* found = GetSensorProduct(map, 1, 1, 2, 2);
-  EXPECT_EQ(found, &map.products[0]);
-}
-
-TEST(SensorProductLookup, AZeroPitchNeverMatchesAndTheSearchGoesOn) {
-  SensorProductMap map;
-  map.products.push_back(Product({1}, {1}, 0, 0, 0, 1, "no columns"));
-  map.products.push_back(Product({1}, {1}, 0, 1, 0, 0, "no rows"));
-  EXPECT_EQ(TagAt(map, 1, 1, 0, 0), "none");
-  EXPECT_EQ(TagAt(map, 1, 1, 3, 4), "none");
-  map.products.push_back(Product({1}, {1}, 0, 1, 0, 1, "next"));
-  EXPECT_EQ(TagAt(map, 1, 1, 0, 0), "next");
+  EXPECT_EQ(TagsAt(map, {{1, 1, 0, 0}, {1, 1, 4, 8}, {1, 1, 4, 3}}),
+            (std::vector<std::string>{"even", "even", "every"}));
+  EXPECT_EQ(GetSensorProduct(map, 1, 1, 2, 2), &map.products[2]);
 }
 
 TEST(SensorProductLookup, ExtremePositionsDoNotOverflow) {
   SensorProductMap map;
   // INT_MIN minus INT_MAX is -(2^32 - 1), divisible by 3, 5 and 17 but not by 2.
-  map.products.push_back(Product({1}, {1}, INT_MAX, 2, INT_MIN, 2, "two"));
-  map.products.push_back(Product({1}, {1}, INT_MAX, 3, INT_MIN, 5, "three by five"));
-  map.products.push_back(Product({1}, {1}, INT_MIN, -1, INT_MAX, INT_MIN, "minus one"));
-  EXPECT_EQ(TagAt(map, 1, 1, INT_MIN, INT_MAX), "three by five");
-  EXPECT_EQ(TagAt(map, 1, 1, INT_MAX, INT_MIN), "two");
-  EXPECT_EQ(TagAt(map, 1, 1, INT_MIN + 1, 1), "none");
+  map.products = {Product({1}, {1}, INT_MAX, 2, INT_MIN, 2, "two"),
+                  Product({1}, {1}, INT_MAX, 3, INT_MIN, 5, "three by five"),
+                  Product({1}, {1}, INT_MIN, -1, INT_MAX, INT_MIN, "minus one")};
   // A pitch of -1 holds every column; a pitch of INT_MIN only the start row.
-  EXPECT_EQ(TagAt(map, 1, 1, 0, INT_MAX), "minus one");
-  EXPECT_EQ(TagAt(map, 1, 1, 12345, INT_MAX), "minus one");
-  EXPECT_EQ(TagAt(map, 1, 1, 12346, -1), "minus one");
-  EXPECT_EQ(TagAt(map, 1, 1, 0, 0), "none");
+  EXPECT_EQ(TagsAt(map, {{1, 1, INT_MIN, INT_MAX},
+                         {1, 1, INT_MAX, INT_MIN},
+                         {1, 1, INT_MIN + 1, 1},
+                         {1, 1, 0, INT_MAX},
+                         {1, 1, 12345, INT_MAX},
+                         {1, 1, 12346, -1},
+                         {1, 1, 0, 0}}),
+            (std::vector<std::string>{"three by five", "two", "none", "minus one", "minus one",
+                                      "minus one", "none"}));
 }
 
 }  // namespace
