@@ -57,15 +57,6 @@ void ExpectAgrees(const Values& actual, const Values& expected, const std::strin
   }
 }
 
-Values Evenly(double from, double to, int count) {
-  Values v(static_cast<std::size_t>(count));
-  for (std::size_t k = 0; k < v.size(); ++k) {
-    v[k] = from + (to - from) * static_cast<double>(k) / (count - 1);
-  }
-  v.back() = to;
-  return v;
-}
-
 struct Curve {
   Values value, first, second;
 };
@@ -197,53 +188,6 @@ TEST(SplineCollectionBezier, AgreesWithDeCasteljauAndStartsAndEndsAtItsControlVa
       if (t[k] == std::floor(t[k])) {
         EXPECT_EQ(value[k], p[3 * static_cast<std::size_t>(t[k])]) << c << ", " << k;
       }
-    }
-  }
-}
-
-// Monotone data, rising with flat stretches and falling, resampled at 10,000 points.
-TEST(SplineCollectionPchip, MonotoneDataGiveAMonotoneCurve) {
-  const ReferenceRecord steps = References("grid").at(4);
-  ASSERT_EQ(steps.name, "Steps");
-  Values falling_x(41), falling_y(41);
-  for (std::size_t i = 0; i < falling_x.size(); ++i) {
-    falling_x[i] = 500.0 + 7.0 * static_cast<double>(i) + std::sin(3.0 * static_cast<double>(i));
-    falling_y[i] = -std::tanh((falling_x[i] - 640.0) / 15.0);
-  }
-  for (const auto& [x, y] :
-       {std::pair(steps.Row("x"), steps.Row("y")), std::pair(falling_x, falling_y)}) {
-    for (double sign : {1.0, -1.0}) {
-      Values data = y;
-      for (double& v : data) {
-        v *= sign;
-      }
-      const Values curve = Pchip(x, data, Evenly(x.front(), x.back(), 10000));
-      const bool rising = data.back() > data.front();
-      for (std::size_t k = 0; k + 1 < curve.size(); ++k) {
-        if (rising) {
-          ASSERT_LE(curve[k], curve[k + 1]) << "rising, point " << k;
-        } else {
-          ASSERT_GE(curve[k], curve[k + 1]) << "falling, point " << k;
-        }
-      }
-    }
-  }
-}
-
-// On every grid, monotone or not, no piece leaves the range of its two data values.
-TEST(SplineCollectionPchip, NoPieceOvershootsItsData) {
-  for (const ReferenceRecord& g : References("grid")) {
-    const Values &x = g.Row("x"), &y = g.Row("y");
-    const Values dense = Evenly(x.front(), x.back(), 10000);
-    const Values curve = Pchip(x, y, dense);
-    const double slack = 1e-12 * Largest(y);
-    std::size_t i = 0;
-    for (std::size_t k = 0; k < dense.size(); ++k) {
-      while (i + 2 < x.size() && dense[k] >= x[i + 1]) {
-        ++i;
-      }
-      EXPECT_GE(curve[k], std::min(y[i], y[i + 1]) - slack) << g.name << ", point " << k;
-      EXPECT_LE(curve[k], std::max(y[i], y[i + 1]) + slack) << g.name << ", point " << k;
     }
   }
 }
