@@ -2,12 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include <kelto/test_support/event_list.h>
 
 namespace kelto::hyperspectral {
 namespace {
@@ -149,27 +146,6 @@ TEST(FilterResponses, TheGridDecidesTheCount) {
   unselected.filter_info.filter_zones[0].bands[1].response.clear();
   EXPECT_EQ(Utilities::GetFilterResponses(unselected, true).size(), 3u);
   EXPECT_THROW(Utilities::GetFilterResponses(unselected, false), std::invalid_argument);
-}
-
-// The samples are whole calibrations whose every band is measured on the grid.
-TEST(FilterResponses, EverySampleGivesOneResponsePerBand) {
-  for (const auto& entry :
-       std::filesystem::directory_iterator(std::string(KELTO_TEST_DATA_DIR) + "/calibrations")) {
-    SensorCalibration calibration;
-    kelto::testing::ParsingResult result;
-    calibration.ReadFile(result, entry.path().string());
-    ASSERT_EQ(result.state(), kelto::testing::ParsingResult::Ok) << entry.path();
-    const std::vector<common::FilterResponse> all =
-        Utilities::GetFilterResponses(calibration, false);
-    ASSERT_EQ(all.size(), calibration.filter_info.GetTotalNrBands()) << entry.path();
-    for (std::size_t i = 0; i < all.size(); ++i) {
-      const Band& band = calibration.filter_info.GetBand(i);
-      EXPECT_EQ(all[i].index, band.pattern_position_index);
-      EXPECT_EQ(all[i].response, band.response);
-      ASSERT_FALSE(band.peaks.empty());
-      EXPECT_EQ(all[i].first_peak.wavelength_nm, band.peaks.front().wavelength_nm);
-    }
-  }
 }
 
 }  // namespace

@@ -197,31 +197,27 @@ TEST(PeakDetectionBandPeaks, LocalMaximaOverFiveSamplesThinnedAndCut) {
   std::list<Peak> peaks{Peak()};
   const std::vector<double> w = Grid(0.0, 11.0, 1.0);
   // A maximum at 2, a plateau at 5 and 6 (no peak), a maximum at 9.
-  module._GetBandPeaks(peaks, {0, 1, 4, 2, 1, 3, 3, 1, 2, 5, 2, 1}, w, 0.0, 0.0, 10);
-  EXPECT_THAT(Wavelengths(peaks), ElementsAre(9.0, 2.0));  // highest first
+  const std::vector<double> two{0, 1, 4, 2, 1, 3, 3, 1, 2, 5, 2, 1};
+  // Response, height limit, distance, count, and the peaks found, highest first.
+  const std::vector<
+      std::tuple<std::vector<double>, double, double, unsigned long, std::vector<double>>>
+      cases = {{two, 0.0, 0.0, 10, {9.0, 2.0}},
+               {two, 4.0, 0.0, 10, {9.0, 2.0}},  // the height limit keeps a peak equal to it
+               {two, 4.5, 0.0, 10, {9.0}},
+               {two, 0.0, 8.0, 10, {9.0}},  // too close: the lower goes
+               // at equal heights the longer wavelength survives
+               {{0, 1, 5, 2, 1, 3, 3, 1, 2, 5, 2, 1}, 0.0, 8.0, 10, {9.0}},
+               // three in a row, each closer than the distance to the next: the highest stays
+               {{0, 0, 3, 0, 0, 6, 0, 0, 2, 0, 0, 0}, 0.0, 4.0, 10, {5.0}},
+               {two, 0.0, 0.0, 1, {9.0}},  // the cut
+               {two, 0.0, 0.0, 0, {}}};    // a count of 0 empties the list
+  for (const auto& [response, height, distance, count, expected] : cases) {
+    module._GetBandPeaks(peaks, response, w, height, distance, count);
+    EXPECT_EQ(Wavelengths(peaks), expected) << height << ", " << distance << ", " << count;
+  }
+  module._GetBandPeaks(peaks, two, w, 0.0, 0.0, 10);
   EXPECT_EQ(peaks.front().qe, 5.0);
   EXPECT_EQ(peaks.front().fwhm, 0.0);
-
-  // The height limit keeps a peak equal to it.
-  module._GetBandPeaks(peaks, {0, 1, 4, 2, 1, 3, 3, 1, 2, 5, 2, 1}, w, 4.0, 0.0, 10);
-  EXPECT_THAT(Wavelengths(peaks), ElementsAre(9.0, 2.0));
-  module._GetBandPeaks(peaks, {0, 1, 4, 2, 1, 3, 3, 1, 2, 5, 2, 1}, w, 4.5, 0.0, 10);
-  EXPECT_THAT(Wavelengths(peaks), ElementsAre(9.0));
-
-  // Too close: the lower goes; at equal heights the longer wavelength survives.
-  module._GetBandPeaks(peaks, {0, 1, 4, 2, 1, 3, 3, 1, 2, 5, 2, 1}, w, 0.0, 8.0, 10);
-  EXPECT_THAT(Wavelengths(peaks), ElementsAre(9.0));
-  module._GetBandPeaks(peaks, {0, 1, 5, 2, 1, 3, 3, 1, 2, 5, 2, 1}, w, 0.0, 8.0, 10);
-  EXPECT_THAT(Wavelengths(peaks), ElementsAre(9.0));
-  // Three in a row, each closer than the distance to the next: the highest stays.
-  module._GetBandPeaks(peaks, {0, 0, 3, 0, 0, 6, 0, 0, 2, 0, 0, 0}, w, 0.0, 4.0, 10);
-  EXPECT_THAT(Wavelengths(peaks), ElementsAre(5.0));
-
-  // The cut, and a count of 0 that empties the list.
-  module._GetBandPeaks(peaks, {0, 1, 4, 2, 1, 3, 3, 1, 2, 5, 2, 1}, w, 0.0, 0.0, 1);
-  EXPECT_THAT(Wavelengths(peaks), ElementsAre(9.0));
-  module._GetBandPeaks(peaks, {0, 1, 4, 2, 1, 3, 3, 1, 2, 5, 2, 1}, w, 0.0, 0.0, 0);
-  EXPECT_TRUE(peaks.empty());
   // Fewer than five samples hold no peak.
   module._GetBandPeaks(peaks, {0, 1, 4, 1}, {0, 1, 2, 3}, 0.0, 0.0, 10);
   EXPECT_TRUE(peaks.empty());
@@ -357,22 +353,6 @@ TEST(PeakDetectionProcess, FitsTwoPeaksAndOrdersThemByContribution) {
   ASSERT_EQ(again.size(), 2u);
   EXPECT_EQ(again.front().wavelength, first.wavelength);
   EXPECT_EQ(again.back().contribution, second.contribution);
-}
-
-TEST(PeakDetectionProcess, FabryPerotPeakOfTheSimulatedKindIsFound) {
-  Module module{Module::Parameters()};
-  module.Initialize(ProcessingModule::InitializationData());
-  const kelto::common::FabryPerotDistribution cavity(true);
-  const std::vector<double> w = Grid(400.0, 1000.0, 1.0);
-  std::vector<double> response;
-  for (const double x : w) {
-    response.push_back(0.01 + cavity(712.4, cavity.FWHMToParam(15.0), 0.4, x));
-  }
-  std::list<Peak> peaks;
-  module.Process(peaks, response, w, "");
-  ASSERT_EQ(peaks.size(), 1u);
-  EXPECT_NEAR(peaks.front().wavelength, 712.4, 0.2);
-  EXPECT_NEAR(peaks.front().fwhm, 15.0, 1.0);
 }
 
 TEST(PeakDetectionProcess, EdgeCasesKeepTheListSound) {
