@@ -28,7 +28,7 @@ using common::filesystem::Path;
 using datatypes::ColumnVector;
 using datatypes::Matrix;
 using Peak = PM_PeakDetection::Peak;
-using PeakInfo = PM_SpectralCorrectionComputation::PeakInfo;
+using VirtualPeak = PM_SpectralCorrectionComputation::PeakInfo;
 using Lock = boost::unique_lock<boost::mutex>;
 using eMatrixType = CorrectionMatrixTypes::eCorrectionMatrixType;
 
@@ -550,7 +550,7 @@ void PM_SensorResponseAnalysis::_RemoveDuplicatePeaks(std::vector<bool>& selecte
 
 void PM_SensorResponseAnalysis::_BandSelection(
     Matrix<double>& selected_responses, ColumnVector<double>& selected_energies,
-    std::deque<unsigned long>& selected_bands, std::list<PeakInfo>& virtual_peaks,
+    std::deque<unsigned long>& selected_bands, std::list<VirtualPeak>& virtual_peaks,
     std::vector<std::list<Peak>>& peaks, const std::vector<bool>& mask, Matrix<double>& system) {
   PM_PeakDetection::Parameters detection;
   peak_detection_->GetParameters(detection);
@@ -594,7 +594,7 @@ void PM_SensorResponseAnalysis::_BandSelection(
       continue;
     }
     const Peak& p = peaks[r].front();
-    PeakInfo info;
+    VirtualPeak info;
     info.wavelength = p.wavelength;
     info.fwhm = p.fwhm;
     info.row = selected_bands.size();
@@ -609,7 +609,7 @@ void PM_SensorResponseAnalysis::_BandSelection(
   if (debug_dump_) {
     std::vector<double> wavelengths;
     std::vector<double> fwhms;
-    for (const PeakInfo& info : virtual_peaks) {
+    for (const VirtualPeak& info : virtual_peaks) {
       wavelengths.push_back(info.wavelength);
       fwhms.push_back(info.fwhm);
     }
@@ -637,9 +637,10 @@ void PM_SensorResponseAnalysis::_BandSelection(
 // Groups are taken around each entry in turn, by distance to that entry; an entry may serve two
 // groups. Each group becomes one row, Gaussian-weighted around the entry it was taken for.
 void PM_SensorResponseAnalysis::_MatrixCoefficientsSetBandsMinimumDistance(
-    std::list<PeakInfo>& new_peaks, Matrix<double>& new_matrix, const std::list<PeakInfo>& peaks,
-    const Matrix<double>& matrix, const double& minimum_distance) {
-  const std::vector<PeakInfo> entries(peaks.begin(), peaks.end());
+    std::list<VirtualPeak>& new_peaks, Matrix<double>& new_matrix,
+    const std::list<VirtualPeak>& peaks, const Matrix<double>& matrix,
+    const double& minimum_distance) {
+  const std::vector<VirtualPeak> entries(peaks.begin(), peaks.end());
   const std::size_t n = entries.size();
   const double d = minimum_distance;
   const common::GaussDistribution gauss;
@@ -677,7 +678,7 @@ void PM_SensorResponseAnalysis::_MatrixCoefficientsSetBandsMinimumDistance(
     for (double& value : g) {
       value *= factor;
     }
-    PeakInfo merged;
+    VirtualPeak merged;
     std::vector<double> row(matrix.column_count, 0.0);
     for (std::size_t i = 0; i < g.size(); ++i) {
       merged.wavelength += g[i] * group[i];
@@ -789,7 +790,7 @@ void PM_SensorResponseAnalysis::_ComputeCorrectionMatrix(
   Matrix<double> selected_responses;
   ColumnVector<double> energies;
   std::deque<unsigned long> selected_bands;
-  std::list<PeakInfo> virtual_peaks;
+  std::list<VirtualPeak> virtual_peaks;
   _BandSelection(selected_responses, energies, selected_bands, virtual_peaks, peaks, mask, system);
   if (!virtual_peaks.empty()) {
     _Invert(matrix, selected_responses, energies, selected_bands, std::move(virtual_peaks),
@@ -805,7 +806,7 @@ void PM_SensorResponseAnalysis::_ComputeCorrectionMatrix(
 
 void PM_SensorResponseAnalysis::ComputeCorrectionMatrixForPeaks(
     CorrectionMatrix& matrix, const std::deque<OpticalComponent>& components,
-    const std::list<PeakInfo>& virtual_peaks) {
+    const std::list<VirtualPeak>& virtual_peaks) {
   const Lock lock(_GetMutex());
   const common::time::TimePoint start = common::time::CurrentUniversalTime();
   matrix.virtual_bands.clear();
@@ -833,7 +834,7 @@ void PM_SensorResponseAnalysis::ComputeCorrectionMatrixForPeaks(
       }
     }
   }
-  std::list<PeakInfo> sorted = virtual_peaks;
+  std::list<VirtualPeak> sorted = virtual_peaks;
   sorted.sort(PM_SpectralCorrectionComputation::PeakWavelengthComparator());
   if (!sorted.empty() && system.row_count != 0) {
     _Invert(matrix, system, energies, all_bands, std::move(sorted), wavelengths, optical);
@@ -847,7 +848,7 @@ void PM_SensorResponseAnalysis::_Invert(CorrectionMatrix& matrix,
                                         const Matrix<double>& selected_responses,
                                         const ColumnVector<double>& energies,
                                         const std::deque<unsigned long>& selected_bands,
-                                        std::list<PeakInfo> virtual_peaks,
+                                        std::list<VirtualPeak> virtual_peaks,
                                         const ColumnVector<double>& wavelengths,
                                         const ColumnVector<double>& optical) {
   PM_SpectralCorrectionComputation::Parameters inversion;
@@ -864,7 +865,7 @@ void PM_SensorResponseAnalysis::_Invert(CorrectionMatrix& matrix,
   correction_computation_->Initialize(data);
   Matrix<double> result;
   correction_computation_->ComputeCorrectionMatrix(
-      result, std::vector<PeakInfo>(virtual_peaks.begin(), virtual_peaks.end()));
+      result, std::vector<VirtualPeak>(virtual_peaks.begin(), virtual_peaks.end()));
   correction_computation_->Deallocate();
 
   const double minimum =
@@ -876,7 +877,7 @@ void PM_SensorResponseAnalysis::_Invert(CorrectionMatrix& matrix,
     if (!(minimum_band_distance_ > 0.0)) {  // NaN too
       Fail<std::invalid_argument>("minimum band distance must not be negative");
     }
-    std::list<PeakInfo> merged_peaks;
+    std::list<VirtualPeak> merged_peaks;
     Matrix<double> merged;
     _MatrixCoefficientsSetBandsMinimumDistance(merged_peaks, merged, virtual_peaks, result,
                                                minimum_band_distance_);
@@ -887,7 +888,7 @@ void PM_SensorResponseAnalysis::_Invert(CorrectionMatrix& matrix,
                                kCsvPrecision);
       std::vector<double> merged_wavelengths;
       std::vector<double> merged_fwhms;
-      for (const PeakInfo& info : virtual_peaks) {
+      for (const VirtualPeak& info : virtual_peaks) {
         merged_wavelengths.push_back(info.wavelength);
         merged_fwhms.push_back(info.fwhm);
       }
@@ -906,7 +907,7 @@ void PM_SensorResponseAnalysis::_Invert(CorrectionMatrix& matrix,
 
   const unsigned long bands = responses_.row_count;
   unsigned long i = 0;
-  for (const PeakInfo& info : virtual_peaks) {
+  for (const VirtualPeak& info : virtual_peaks) {
     CorrectionMatrix::VirtualBand band;
     band.wavelength_nm = info.wavelength;
     band.fwhm_nm = info.fwhm;
@@ -931,10 +932,10 @@ void PM_SensorResponseAnalysis::_Invert(CorrectionMatrix& matrix,
 
 // A cursor walks the rising peaks once, so the targets are expected in rising order; each target
 // between two peaks blends their rows linearly, one beyond the ends copies the end row.
-void PM_SensorResponseAnalysis::_Resample(std::list<PeakInfo>& peaks,
+void PM_SensorResponseAnalysis::_Resample(std::list<VirtualPeak>& peaks,
                                           Matrix<double>& matrix) const {
   const std::vector<double>& targets = resampling_wavelengths_;
-  std::list<PeakInfo> new_peaks;
+  std::list<VirtualPeak> new_peaks;
   Matrix<double> new_matrix(targets.size(), matrix.column_count, 0.0);
   const auto copy_row = [&](unsigned long to, unsigned long from) {
     std::copy(matrix.rows[from], matrix.rows[from] + matrix.column_count, new_matrix.rows[to]);
@@ -944,7 +945,7 @@ void PM_SensorResponseAnalysis::_Resample(std::list<PeakInfo>& peaks,
   for (unsigned long i = 0; i < targets.size(); ++i) {
     const double t = targets[i];
     const auto at_cursor = [&]() {
-      PeakInfo entry = *c;
+      VirtualPeak entry = *c;
       entry.wavelength = t;
       new_peaks.push_back(entry);
       copy_row(i, k);
@@ -968,7 +969,7 @@ void PM_SensorResponseAnalysis::_Resample(std::list<PeakInfo>& peaks,
     for (unsigned long j = 0; j < matrix.column_count; ++j) {
       new_matrix.rows[i][j] = (1.0 - u) * matrix.rows[k + 1][j] + u * matrix.rows[k][j];
     }
-    PeakInfo entry = *c;
+    VirtualPeak entry = *c;
     entry.wavelength = t;
     entry.fwhm = c->fwhm * u + d->fwhm * (1.0 - u);
     entry.row = u < 0.5 ? d->row : c->row;

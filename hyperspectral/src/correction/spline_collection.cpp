@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <limits>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <Eigen/Dense>
+
+#include <kelto/common/strings.h>
 
 namespace kelto::hyperspectral {
 namespace {
@@ -17,14 +18,10 @@ namespace {
   throw std::invalid_argument(std::string(routine) + ": " + what);
 }
 
-std::string Number(double v) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.17g", v);
-  return text;
-}
+using common::Strings::FormatDouble;
 
 std::string Element(const char* name, std::size_t i, double v) {
-  return std::string(name) + "[" + std::to_string(i) + "] = " + Number(v);
+  return std::string(name) + "[" + std::to_string(i) + "] = " + FormatDouble(v);
 }
 
 void RequireArray(const char* routine, const char* name, const void* array) {
@@ -222,8 +219,8 @@ void spline_bspline_val(int n, const double* b, const double* c, int ne, const d
   const std::vector<double> knots = ClampedKnots(n, b);
   for (std::size_t k = 0; k < static_cast<std::size_t>(ne); ++k) {
     if (!(xe[k] >= b[0] && xe[k] <= b[n - 1])) {
-      Refuse(kName, "the target " + Element("xe", k, xe[k]) + " is outside [" + Number(b[0]) +
-                        ", " + Number(b[n - 1]) + "]");
+      Refuse(kName, "the target " + Element("xe", k, xe[k]) + " is outside [" + FormatDouble(b[0]) +
+                        ", " + FormatDouble(b[n - 1]) + "]");
     }
     const std::size_t i = Interval(n, b, xe[k]);
     double N[4];
@@ -338,7 +335,7 @@ double* spline_lsq_set(int n, const double* x, const double* y, int nk, const do
     }
   }
   if (!(x[0] < x[size - 1])) {
-    Refuse(kName, "the abscissae x must span an interval, but all are " + Number(x[0]));
+    Refuse(kName, "the abscissae x must span an interval, but all are " + FormatDouble(x[0]));
   }
   if (nk < 0) {
     Refuse(kName, "the number of interior knots must not be negative, got " + std::to_string(nk));
@@ -347,9 +344,9 @@ double* spline_lsq_set(int n, const double* x, const double* y, int nk, const do
   if (nk > 0) {
     RequireKnots(kName, "k", nk, 1, k);
     if (!(x[0] < k[0] && k[nk - 1] < x[size - 1])) {
-      Refuse(kName, "the interior knots must lie inside (" + Number(x[0]) + ", " +
-                        Number(x[size - 1]) + "), but run from " + Number(k[0]) + " to " +
-                        Number(k[nk - 1]));
+      Refuse(kName, "the interior knots must lie inside (" + FormatDouble(x[0]) + ", " +
+                        FormatDouble(x[size - 1]) + "), but run from " + FormatDouble(k[0]) +
+                        " to " + FormatDouble(k[nk - 1]));
     }
     breakpoints.insert(breakpoints.end(), k, k + nk);
   }
@@ -371,7 +368,7 @@ double* spline_lsq_set(int n, const double* x, const double* y, int nk, const do
       ++p;
     }
     if (p == size || x[p] > high || (x[p] == high && j + 1 != m)) {
-      Refuse(kName, "the B-spline on [" + Number(low) + ", " + Number(high) +
+      Refuse(kName, "the B-spline on [" + FormatDouble(low) + ", " + FormatDouble(high) +
                         "] has no data of its own (Schoenberg-Whitney): the knots leave an "
                         "interval with too few distinct abscissae");
     }

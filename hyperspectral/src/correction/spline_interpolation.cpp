@@ -12,9 +12,7 @@ namespace kelto::hyperspectral {
 
 namespace {
 
-std::string Number(double value) {
-  return common::Strings::FormatDouble(value, 17);
-}
+using common::Strings::FormatDouble;
 
 // The grid conditions under which both solvers are defined; spline_cubic_set would end the
 // process on a grid that breaks them.
@@ -27,7 +25,8 @@ void CheckGrid(const double* x, unsigned long n) {
     if (!(x[i] < x[i + 1])) {
       throw std::invalid_argument(
           "SplineInterpolation: the sample points must rise strictly, but x[" + std::to_string(i) +
-          "] = " + Number(x[i]) + " and x[" + std::to_string(i + 1) + "] = " + Number(x[i + 1]));
+          "] = " + FormatDouble(x[i]) + " and x[" + std::to_string(i + 1) +
+          "] = " + FormatDouble(x[i + 1]));
     }
   }
 }

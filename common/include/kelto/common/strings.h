@@ -35,7 +35,8 @@ KELTO_COMMON_EXPORT bool ParseDoubles(std::string_view text, std::string_view se
                                       std::size_t max_count = static_cast<std::size_t>(-1));
 
 // Shortest "%g"-like text with the given number of significant digits (1 to 17); "nan", "inf"
-// and "-inf" for the special values.
-KELTO_COMMON_EXPORT std::string FormatDouble(double value, int significant_digits);
+// and "-inf" for the special values. With 17 digits, the default, every double reads back as
+// itself, which is what error messages that quote a value want.
+KELTO_COMMON_EXPORT std::string FormatDouble(double value, int significant_digits = 17);
 
 }  // namespace kelto::common::Strings
