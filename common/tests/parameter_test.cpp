@@ -229,31 +229,9 @@ TEST(ParameterContainerXml, RoundTripKeepsEveryItemAndReadingReplacesTheContent)
 }
 
 TEST(ParameterContainerXml, DamagedItemsBecomeEventsTheRestIsReadVersionsDispatch) {
-  const std::string text = R"(<parameter_container version="0">
-  <name>Damaged</name>
-  <parameters>
-    <parameter version="0" kind="complex"><title>Z</title></parameter>
-    <parameter version="0"><title>No kind</title></parameter>
-    <parameter version="0" kind="integer">
-      <title>Count</title><description/><group>G</group><hidden>false</hidden>
-      <value>twelve</value><minimum>0</minimum><maximum>99999999999999999999</maximum>
-    </parameter>
-    <parameter kind="real"><title>Unversioned</title></parameter>
-    <parameter version="1" kind="real"><title>Future</title></parameter>
-    <parameter version="0" kind="enum">
-      <title>Shape</title><description/><group/><hidden>true</hidden><value>2</value>
-      <enumerators><enumerator text="no value"/><enumerator value="2" text="Lorentzian"/>
-      </enumerators>
-    </parameter>
-    <parameter version="0" kind="string"><title>Kept</title><value>abc</value></parameter>
-  </parameters>
-  <children><parameter_container version="0"><name>Anonymous</name></parameter_container>
-  </children>
-</parameter_container>)";
   ParsingResult result;
   ParameterContainer container;
-  container.ReadString(result, text);
-
+  container.ReadFile(result, KELTO_TEST_DATA_DIR "/damaged_parameter_container.xml");
   EXPECT_EQ(result.state(), ParsingResult::Error);
   for (const Event& event : {Event(ParsingResult::Warning, Event::SanityCheck,
                                    "parameter of unknown kind \"complex\" left out"),

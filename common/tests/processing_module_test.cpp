@@ -38,52 +38,50 @@ using kelto::testing::LogCapture;
 
 enum eColour : std::int32_t { C_RED = 0, C_GREEN = 1, C_BLUE = 2 };
 
-// A module that a parent owns. The parent decides "Verbose" and hides it.
-class ChildModule : public ProcessingModule {
+// Exposes the registration operations to the tests, on a structure of its own. The test module
+// owns one as its child and decides its "Flag".
+class Registry : public ParameterizedObject {
  public:
-  class Parameters : public ProcessingModule::Parameters {
-   public:
-    double gain = 1.0;
-    bool verbose = false;
+  struct Fields : ParameterizedObject::Parameters {
+    double real = 1.5;
+    unsigned long unsigned_count = 7;
+    bool flag = false;
+    eColour colour = C_BLUE;
+    Path path = "a/b";
+    std::string text = "text";
+    int small = -4;
   };
 
-  explicit ChildModule(const Parameters& parameters) : ProcessingModule("unnamed") {
-    _SetupParameterContainer();
-    ProcessingModule::_SetParameters(parameters);
+  void GetParameters(ParameterizedObject::Parameters& parameters) const override {
+    dynamic_cast<Fields&>(parameters) = fields;
+  }
+  void SetParameters(ParameterizedObject::Parameters const& parameters) override {
+    fields = dynamic_cast<const Fields&>(parameters);
+  }
+  using ParameterizedObject::GetParameters;
+  using ParameterizedObject::SetParameters;
+
+  using ParameterizedObject::_AddParameter;
+  using ParameterizedObject::_ContainsParameterContainerLink;
+  using ParameterizedObject::_ContainsParameterLink;
+  using ParameterizedObject::_GetDistance;
+  using ParameterizedObject::_GetTranslator;
+  using ParameterizedObject::_HideParameter;
+  using ParameterizedObject::_LinkParameterizedObject;
+  using ParameterizedObject::_SetContainerInfo;
+
+  void RegisterAll() {
+    _AddParameter<double, Fields>(reference, reference.real, "Real", "", "G");
+    _AddParameter<unsigned long, Fields>(reference, reference.unsigned_count, "Unsigned", "", "G");
+    _AddParameter<bool, Fields>(reference, reference.flag, "Flag", "", "G");
+    _AddParameter<eColour, Fields>(reference, reference.colour, "Colour", "", "G", {});
+    _AddParameter<Path, Fields>(reference, reference.path, "Path", "", "G");
+    _AddParameter<std::string, Fields>(reference, reference.text, "Text", "", "G");
+    _AddParameter<int, Fields>(reference, reference.small, "Small", "", "G");
   }
 
-  double gain = 0.0;
-  bool verbose = false;
-
- protected:
-  void _GetParameters(ParameterizedObject::Parameters& parameters) const override {
-    auto& own = _CastParameters<Parameters>(parameters);
-    own.gain = gain;
-    own.verbose = verbose;
-  }
-  void _CheckParameters(ParameterizedObject::Parameters const& parameters) const override {
-    _CastParameters<Parameters>(parameters);
-  }
-  void _SetConfigurationParameters(ParameterizedObject::Parameters const& parameters) override {
-    verbose = _CastParameters<Parameters>(parameters).verbose;
-  }
-  void _SetRuntimeParameters(ParameterizedObject::Parameters const& parameters) override {
-    gain = _CastParameters<Parameters>(parameters).gain;
-  }
-  void _Initialize(InitializationData const&) override {}
-  void _Deallocate() override {}
-  void _Reset() override {}
-
- private:
-  void _SetupParameterContainer() {
-    _SetContainerName("Child");
-    _SetContainerDescription("Child parameters");
-    static const Parameters my_parameters;
-    _AddParameter<double, Parameters>(my_parameters, my_parameters.gain, "Gain", "Signal gain.",
-                                      "Signal");
-    _AddParameter<bool, Parameters>(my_parameters, my_parameters.verbose, "Verbose",
-                                    "Chatty output.", "Debug");
-  }
+  Fields fields;
+  const Fields reference;
 };
 
 // The module under test: one field of each kind, a linked child, and every hook recording its
@@ -106,8 +104,7 @@ class TestModule : public ProcessingModule {
   };
 
   TestModule() : TestModule(Parameters()) {}
-  explicit TestModule(const Parameters& parameters)
-      : ProcessingModule("unnamed"), child(ChildModule::Parameters()) {
+  explicit TestModule(const Parameters& parameters) : ProcessingModule("unnamed") {
     _SetupParameterContainer();
     ProcessingModule::_SetParameters(parameters);
   }
@@ -115,13 +112,13 @@ class TestModule : public ProcessingModule {
   // What the module holds, apart from any structure it was given.
   Parameters held;
   int size = 0;
-  ChildModule child;
+  Registry child;
   mutable std::vector<std::string> calls;
 
  protected:
   void _GetParameters(ParameterizedObject::Parameters& parameters) const override {
     calls.push_back("_GetParameters");
-    if (auto* forwarded = dynamic_cast<ChildModule::Parameters*>(&parameters)) {
+    if (auto* forwarded = dynamic_cast<Registry::Fields*>(&parameters)) {
       child.GetParameters(*forwarded);
       return;
     }
@@ -130,7 +127,7 @@ class TestModule : public ProcessingModule {
 
   void _CheckParameters(ParameterizedObject::Parameters const& parameters) const override {
     calls.push_back("_CheckParameters");
-    if (dynamic_cast<const ChildModule::Parameters*>(&parameters) != nullptr) {
+    if (dynamic_cast<const Registry::Fields*>(&parameters) != nullptr) {
       return;
     }
     if (_CastParameters<Parameters>(parameters).threshold < 0.0) {
@@ -144,17 +141,13 @@ class TestModule : public ProcessingModule {
     const auto& own = _CastParameters<Parameters>(parameters);
     held.debug_dump = own.debug_dump;
     held.debug_dump_dir = own.debug_dump_dir;
-    // The child's verbosity follows the parent's debug flag.
-    ChildModule::Parameters slaved;
-    child.GetParameters(slaved);
-    slaved.verbose = held.debug_dump;
-    child.SetParameters(slaved);
+    child.fields.flag = held.debug_dump;  // the child's flag follows the parent's debug flag
   }
 
   void _SetRuntimeParameters(ParameterizedObject::Parameters const& parameters) override {
     calls.push_back("_SetRuntimeParameters");
-    if (const auto* forwarded = dynamic_cast<const ChildModule::Parameters*>(&parameters)) {
-      child.SetRuntimeParameters(*forwarded);
+    if (const auto* forwarded = dynamic_cast<const Registry::Fields*>(&parameters)) {
+      child.SetParameters(*forwarded);
       return;
     }
     const auto& own = _CastParameters<Parameters>(parameters);
@@ -194,56 +187,13 @@ class TestModule : public ProcessingModule {
     _AddParameter<Path>(_GetDistance(my_parameters, my_parameters.debug_dump_dir), "Debug dump dir",
                         "Output directory.", "Debug", {});
 
+    child._SetContainerInfo("Child", "Child", "Child parameters");
+    child.RegisterAll();
     _LinkParameterizedObject(child, "Child module");
-    static const ChildModule::Parameters child_parameters;
     if (_ContainsParameterContainerLink(child)) {
-      _HideParameter(child, _GetDistance(child_parameters, child_parameters.verbose));
+      _HideParameter(child, _GetDistance(child.reference, child.reference.flag));
     }
   }
-};
-
-// Exposes the registration operations to the tests, on a structure of its own.
-class Registry : public ParameterizedObject {
- public:
-  struct Fields : ParameterizedObject::Parameters {
-    double real = 1.5;
-    unsigned long unsigned_count = 7;
-    bool flag = false;
-    eColour colour = C_BLUE;
-    Path path = "a/b";
-    std::string text = "text";
-    int small = -4;
-  };
-
-  void GetParameters(ParameterizedObject::Parameters& parameters) const override {
-    dynamic_cast<Fields&>(parameters) = fields;
-  }
-  void SetParameters(ParameterizedObject::Parameters const& parameters) override {
-    fields = dynamic_cast<const Fields&>(parameters);
-  }
-  using ParameterizedObject::GetParameters;
-  using ParameterizedObject::SetParameters;
-
-  using ParameterizedObject::_AddParameter;
-  using ParameterizedObject::_ContainsParameterContainerLink;
-  using ParameterizedObject::_ContainsParameterLink;
-  using ParameterizedObject::_GetDistance;
-  using ParameterizedObject::_GetTranslator;
-  using ParameterizedObject::_HideParameter;
-  using ParameterizedObject::_LinkParameterizedObject;
-
-  void RegisterAll() {
-    _AddParameter<double, Fields>(reference, reference.real, "Real", "", "G");
-    _AddParameter<unsigned long, Fields>(reference, reference.unsigned_count, "Unsigned", "", "G");
-    _AddParameter<bool, Fields>(reference, reference.flag, "Flag", "", "G");
-    _AddParameter<eColour, Fields>(reference, reference.colour, "Colour", "", "G", {});
-    _AddParameter<Path, Fields>(reference, reference.path, "Path", "", "G");
-    _AddParameter<std::string, Fields>(reference, reference.text, "Text", "", "G");
-    _AddParameter<int, Fields>(reference, reference.small, "Small", "", "G");
-  }
-
-  Fields fields;
-  const Fields reference;
 };
 
 template <typename Kind>
@@ -425,7 +375,7 @@ TEST(ParameterizedObjectLinks, ValuesCrossWithCriteriaOfTheFieldTypeAndInitializ
 TEST(ProcessingModuleParameters, ConstructorAppliesTheValuesCreateGivesDefaultsHalvesTheirOwn) {
   const TestModule module(Changed());
   EXPECT_EQ(Values(module.held), Values(Changed()));
-  EXPECT_TRUE(module.child.verbose);  // slaved to the parent's debug flag
+  EXPECT_TRUE(module.child.fields.flag);  // slaved to the parent's debug flag
   EXPECT_EQ(module.calls,
             (Calls{"_CheckParameters", "_SetConfigurationParameters", "_SetRuntimeParameters"}));
 
@@ -433,8 +383,7 @@ TEST(ProcessingModuleParameters, ConstructorAppliesTheValuesCreateGivesDefaultsH
   const auto* parameters = dynamic_cast<const TestModule::Parameters*>(created.get());
   ASSERT_NE(parameters, nullptr);
   EXPECT_EQ(Values(*parameters), Values(TestModule::Parameters()));
-  EXPECT_NE(dynamic_cast<const ChildModule::Parameters*>(module.child.CreateParameters().get()),
-            nullptr);
+  EXPECT_NE(dynamic_cast<const Registry::Fields*>(module.child.CreateParameters().get()), nullptr);
 
   // Each half changes only its own fields.
   TestModule halves;
@@ -458,23 +407,21 @@ TEST(ProcessingModuleParameters, HiddenChildParameterStillTravelsThroughTheStruc
   const ParameterContainer* child = container.FindChild("Child module");
   ASSERT_NE(child, nullptr);
   EXPECT_EQ(child->GetName() + "/" + child->GetDescription(), "Child/Child parameters");
-  ASSERT_NE(child->FindParameter("Verbose", "Debug"), nullptr);
-  EXPECT_TRUE(child->FindParameter("Verbose", "Debug")->IsHidden());
-  ASSERT_EQ(child->GetVisibleParameters().size(), 1u);
-  EXPECT_EQ(child->GetVisibleParameters()[0]->GetTitle(), "Gain");
+  ASSERT_NE(child->FindParameter("Flag", "G"), nullptr);
+  EXPECT_TRUE(child->FindParameter("Flag", "G")->IsHidden());
+  EXPECT_EQ(child->GetVisibleParameters().size(), 6u);
 
-  ChildModule::Parameters parameters;
-  parameters.verbose = true;
+  Registry::Fields parameters;
+  parameters.flag = true;
   module.child.SetParameters(parameters);
-  EXPECT_TRUE(module.child.verbose);
-  ChildModule::Parameters read;
+  Registry::Fields read;
   module.GetParameters(read);  // forwarded to the child by type
-  EXPECT_TRUE(read.verbose);
+  EXPECT_TRUE(read.flag);
 
   // A structure of the child's type changes the child, not the parent.
-  parameters.gain = 4.0;
+  parameters.real = 4.0;
   module.SetRuntimeParameters(parameters);
-  EXPECT_EQ(module.child.gain, 4.0);
+  EXPECT_EQ(module.child.fields.real, 4.0);
   EXPECT_EQ(Values(module.held), Values(TestModule::Parameters()));
 }
 
@@ -514,16 +461,16 @@ TEST(ProcessingModuleParameters, GenericEditorListsAndSetsThroughAContainer) {
   Find<PathParameter>(container, "Debug dump dir", "Debug").SetValue(Path("out"));
   ParameterContainer* child = container.FindChild("Child module");
   ASSERT_NE(child, nullptr);
-  Find<RealParameter>(*child, "Gain", "Signal").SetValue(0.25);
+  Find<RealParameter>(*child, "Real", "G").SetValue(0.25);
   // The parent decides the hidden value; what the editor wrote there is not taken.
-  Find<IntegerParameter>(*child, "Verbose", "Debug").SetValue(0);
+  Find<IntegerParameter>(*child, "Flag", "G").SetValue(0);
 
   module.calls.clear();
   module.SetParameters(container);
   EXPECT_EQ(Values(module.held),
             std::make_tuple(true, std::string("out"), 7.5, 99UL, C_RED, std::string("edited")));
-  EXPECT_EQ(module.child.gain, 0.25);
-  EXPECT_TRUE(module.child.verbose);
+  EXPECT_EQ(module.child.fields.real, 0.25);
+  EXPECT_TRUE(module.child.fields.flag);
   EXPECT_EQ(module.calls, (Calls{"_GetParameters", "_CheckParameters",
                                  "_SetConfigurationParameters", "_SetRuntimeParameters"}));
 }
@@ -573,7 +520,7 @@ TEST(ProcessingModuleParameters, RefusedValuesLeaveEveryMemberUnchanged) {
 
   EXPECT_EQ(log.Messages(Logger::eLevel::Error), Calls(4, "threshold must be positive"));
   EXPECT_EQ(Values(module.held), Values(TestModule::Parameters()));
-  EXPECT_FALSE(module.child.verbose);
+  EXPECT_FALSE(module.child.fields.flag);
 }
 
 TEST(ProcessingModuleLifecycle, WrongDynamicTypeIsRefusedAndLoggedAndTheCycleRunsItsHooks) {

@@ -20,30 +20,27 @@
 namespace kelto::common {
 namespace {
 
-TEST(SensorTypes, TextFormsRoundTripAndUnknownTextIsUnknown) {
-  const char* names[] = {"Unknown", "VKR9", "GENERIC", "TEM480"};
-  for (int value = 0; value < 4; ++value) {
-    const auto type = static_cast<SensorTypes::eType>(value);
-    EXPECT_EQ(SensorTypes::ToString(type), names[value]);
-    EXPECT_EQ(SensorTypes::FromString(names[value]), type);
+// Each name's position is its value; names match exactly.
+template <typename Type>
+void ExpectTextForms(std::vector<std::string> const& names,
+                     std::vector<std::string> const& unknown) {
+  for (std::size_t value = 0; value < names.size(); ++value) {
+    const auto type = static_cast<typename Type::eType>(value);
+    EXPECT_EQ(Type::ToString(type), names[value]);
+    EXPECT_EQ(Type::FromString(names[value]), type);
   }
-  EXPECT_EQ(SensorTypes::ToString(static_cast<SensorTypes::eType>(42)), "Unknown");
-  EXPECT_EQ(SensorTypes::FromString("vkr9"), SensorTypes::Unknown);
-  EXPECT_EQ(SensorTypes::FromString(" VKR9"), SensorTypes::Unknown);
-  EXPECT_EQ(SensorTypes::FromString(""), SensorTypes::Unknown);
-  EXPECT_EQ(SensorTypes::TEM480, 3);
+  EXPECT_EQ(Type::ToString(static_cast<typename Type::eType>(-1)), "Unknown");
+  EXPECT_EQ(Type::ToString(static_cast<typename Type::eType>(42)), "Unknown");
+  for (std::string const& text : unknown) {
+    EXPECT_EQ(Type::FromString(text), Type::Unknown) << text;
+  }
 }
 
-TEST(FilterPattern, TextFormsRoundTripAndUnknownTextIsUnknown) {
-  const char* names[] = {"Unknown", "QL100",  "QL150",  "TZT32",
-                         "MZT3x3",  "MZT4x4", "MZT5x5", "DUAL_MZT"};
-  for (int value = 0; value < 8; ++value) {
-    const auto type = static_cast<FilterPattern::eType>(value);
-    EXPECT_EQ(FilterPattern::ToString(type), names[value]);
-    EXPECT_EQ(FilterPattern::FromString(names[value]), type);
-  }
-  EXPECT_EQ(FilterPattern::ToString(static_cast<FilterPattern::eType>(-1)), "Unknown");
-  EXPECT_EQ(FilterPattern::FromString("MZT4X4"), FilterPattern::Unknown);
+TEST(ValueTypes, TextFormsRoundTripAndUnknownTextIsUnknown) {
+  ExpectTextForms<SensorTypes>({"Unknown", "VKR9", "GENERIC", "TEM480"}, {"vkr9", " VKR9", ""});
+  EXPECT_EQ(SensorTypes::TEM480, 3);
+  ExpectTextForms<FilterPattern>(
+      {"Unknown", "QL100", "QL150", "TZT32", "MZT3x3", "MZT4x4", "MZT5x5", "DUAL_MZT"}, {"MZT4X4"});
 }
 
 TEST(Matrix, RowMajorStorage) {

@@ -263,37 +263,28 @@ using HypercubeLoaderEnvi = HypercubeLoaderTest;
 
 TEST_F(HypercubeLoaderEnvi, HeaderListsGiveBandsFillAndScale) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
+  // Band names, wavelengths and widths: none when empty.
   struct Case {
     std::string interleave, lines;
     double fill, scale, tolerance;
     std::vector<double> wavelengths, widths;
     std::vector<std::string> names;
   };
+  const std::string nanometres =
+      "data ignore value = 65535\nreflectance scale factor = 10000\n"
+      "wavelength units = Nanometers\nband names = {blue, green, red, edge}\n"
+      "wavelength = {\n 470.5, 480,\n 490.25, 500}\nfwhm = {10, 10.5, 11, 12.75}\n";
+  // Micrometre lists become nanometres.
+  const std::string micrometres =
+      "wavelength units = Micrometers\nwavelength = {0.47, 0.5125, 1.6, 2.2}\n"
+      "fwhm = {0.01, 0.0125, 0.05, 0.1}\n";
+  // GDAL adds the wavelength to the name: "blue (470.5 Nanometers)".
+  const std::vector<std::string> names = {"blue", "green", "red", "edge"};
   const Case cases[] = {
-      {"bsq",
-       "data ignore value = 65535\nreflectance scale factor = 10000\n"
-       "wavelength units = Nanometers\nband names = {blue, green, red, edge}\n"
-       "wavelength = {\n 470.5, 480,\n 490.25, 500}\nfwhm = {10, 10.5, 11, 12.75}\n",
-       65535.0,
-       10000.0,
-       0.0,
-       {470.5, 480.0, 490.25, 500.0},
-       {10.0, 10.5, 11.0, 12.75},
-       // GDAL adds the wavelength to the name: "blue (470.5 Nanometers)".
-       {"blue", "green", "red", "edge"}},
-      // Micrometre lists become nanometres.
-      {"bip",
-       "wavelength units = Micrometers\nwavelength = {0.47, 0.5125, 1.6, 2.2}\n"
-       "fwhm = {0.01, 0.0125, 0.05, 0.1}\n",
-       nan,
-       1.0,
-       1e-9,
-       {470.0, 512.5, 1600.0, 2200.0},
-       {10.0, 12.5, 50.0, 100.0},
-       {}},
+      {"bsq", nanometres, 65535, 10000, 0, {470.5, 480, 490.25, 500}, {10, 10.5, 11, 12.75}, names},
+      {"bip", micrometres, nan, 1, 1e-9, {470, 512.5, 1600, 2200}, {10, 12.5, 50, 100}, {}},
       // Without the optional items: no fill, unit scale and no wavelengths.
-      {"bil", "", nan, 1.0, 0.0, {nan, nan, nan, nan}, {nan, nan, nan, nan}, {}},
-  };
+      {"bil", "", nan, 1, 0, {}, {}, {}}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.interleave);
     WriteEnvi<unsigned short>(dir_ / c.interleave, 12, c.interleave, 0, 0, c.lines);
@@ -306,13 +297,13 @@ TEST_F(HypercubeLoaderEnvi, HeaderListsGiveBandsFillAndScale) {
     for (unsigned long b = 0; b < kBands; ++b) {
       const auto* band = dynamic_cast<const HypercubeBandInfo*>(&format.GetBand(b));
       ASSERT_NE(band, nullptr) << b;
-      if (std::isnan(c.wavelengths[b])) {
-        EXPECT_TRUE(std::isnan(band->wavelength_nm)) << b << ": " << band->wavelength_nm;
-        EXPECT_TRUE(std::isnan(band->fwhm_nm)) << b << ": " << band->fwhm_nm;
-      } else {
-        EXPECT_NEAR(band->wavelength_nm, c.wavelengths[b], c.tolerance) << b;
-        EXPECT_NEAR(band->fwhm_nm, c.widths[b], c.tolerance) << b;
-      }
+      const double wavelength = c.wavelengths.empty() ? nan : c.wavelengths[b];
+      const double width = c.widths.empty() ? nan : c.widths[b];
+      EXPECT_TRUE(Same(band->wavelength_nm, wavelength) ||
+                  std::abs(band->wavelength_nm - wavelength) <= c.tolerance)
+          << b << ": " << band->wavelength_nm;
+      EXPECT_TRUE(Same(band->fwhm_nm, width) || std::abs(band->fwhm_nm - width) <= c.tolerance)
+          << b << ": " << band->fwhm_nm;
       if (!c.names.empty()) {
         EXPECT_EQ(band->name.rfind(c.names[b], 0), 0U) << band->name;
       }
