@@ -106,31 +106,6 @@ TEST(FilterInfoTypeName, EveryRowOfTheFamilyTable) {
   EXPECT_EQ(FilterInfo().GetTypeName(), "unknown");
 }
 
-TEST(FilterInfoReading, RoundTripKeepsLayoutsOfStoredZones) {
-  FilterInfo filter = TwoWedges();
-  filter.filter_zones[1] = Zone(FilterZone::TILED, 1, 0.0, 512.0, 2048.0, 512.0, 4);
-  FilterInfo copy;
-  const auto result = Read(copy, filter.WriteString());
-  EXPECT_EQ(result.state(), kOk);
-  EXPECT_TRUE(copy == filter);
-  ASSERT_EQ(copy.filter_zones.size(), 2u);
-  EXPECT_EQ(copy.filter_zones[0].filter_layout(), FilterZone::WEDGE);
-  EXPECT_EQ(copy.filter_zones[1].filter_layout(), FilterZone::TILED);
-}
-
-TEST(FilterInfoReading, UnknownLayoutBecomesAnEmptyNoFilterZone) {
-  FilterInfo filter;
-  const auto result = Read(filter, R"(<filter_info version="1">
-      <calibration_info version="5"><sample_points_nm nr_elements="1" values="500"/>
-      </calibration_info><filter_zones><filter_zone version="3" layout="SPIRAL" index="4">
-      <pattern_width>2</pattern_width></filter_zone></filter_zones></filter_info>)");
-  ASSERT_EQ(filter.filter_zones.size(), 1u);
-  EXPECT_EQ(filter.filter_zones[0].filter_layout(), FilterZone::NO_FILTER);
-  EXPECT_EQ(filter.filter_zones[0].pattern_width, 0u);
-  EXPECT_EQ(Events(result), (EventList{ReadStart("filter_info"), ReadStart("calibration_info"),
-                                       ReadStart("filter_zone")}));
-}
-
 TEST(FilterInfoReading, MissingContainersAndEmptyZoneList) {
   FilterInfo filter = TwoWedges();
   auto result = Read(filter, R"(<filter_info version="1"/>)");

@@ -390,15 +390,6 @@ TEST(FilterZoneLegacyBands, VersionTwoNumbersPeaksByDescendingShare) {
   EXPECT_EQ(band.peaks[1].order, 2u);
 }
 
-TEST(FilterZoneLegacyBands, OverclaimedResponseKeepsWhatTheTextHolds) {
-  BandInfo band;
-  EXPECT_EQ(NotOk(Read(band, R"(<band version="0" pattern_position_index="1">
-      <wavelength_nm>700</wavelength_nm><fwhm_nm>9</fwhm_nm>
-      <response_composition nr_elements="4000000000" values="1024 2048"/></band>)")),
-            (EventList{Error(kMissingAttribute, "values")}));
-  EXPECT_EQ(band.response, (std::vector<double>{1.0, 2.0}));
-}
-
 // ----- zones from before versions existed
 
 // One-peak lists for bands 0 to n-1: wavelengths 600, 610, ... and widths of 10 nm.

@@ -132,30 +132,6 @@ TEST(OpticalComponentLegacy, ParseDateCountsDaysWithoutRangeChecks) {
   EXPECT_EQ(Days(std::string(5000, '1') + "-1-1"), -25567);
 }
 
-TEST(OpticalComponentLegacy, ParseDateLetsStoiExceptionsOut) {
-  const auto thrown = [](const std::string& text) -> std::string {
-    try {
-      Days(text);
-    } catch (const std::invalid_argument& error) {
-      return std::string("invalid_argument ") + error.what();
-    } catch (const std::out_of_range& error) {
-      return std::string("out_of_range ") + error.what();
-    }
-    return "nothing";
-  };
-  EXPECT_EQ(thrown("x-y-z"), "invalid_argument stoi");
-  EXPECT_EQ(thrown("2001-May-3"), "invalid_argument stoi");
-  EXPECT_EQ(thrown("99999999999-01-01"), "out_of_range stoi");
-
-  // Through the reader: ReadXML lets it out, a whole-document read reports it as an event.
-  OpticalComponent component;
-  const std::string text =
-      R"(<optical_component version="1"><created>x-y-z</created></optical_component>)";
-  EXPECT_THROW(ReadOrThrow(component, text), std::invalid_argument);
-  const auto result = Read(component, text);
-  EXPECT_EQ(NotOk(result).back(), Check("string: reading stopped: stoi"));
-}
-
 TEST(OpticalComponentLegacy, VersionZeroSpreadsTheCurveByRunningAddition) {
   OpticalComponent component;
   const std::string head = R"(<optical_component version="0"><created>1970-01-03</created>
