@@ -1,5 +1,6 @@
 #include <kelto/hyperspectral/calibration/filter_info.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -55,12 +56,8 @@ TEST(FilterInfoBands, GlobalNumbersRunOverAllZones) {
   EXPECT_EQ(filter.GetBand(64).response[1], 0.0);
   const FilterInfo& constant = filter;
   EXPECT_EQ(constant.GetBand(191).response[1], 127.0);
-  try {
-    constant.GetBand(192);
-    FAIL() << "no exception";
-  } catch (const std::runtime_error& error) {
-    EXPECT_STREQ(error.what(), "invalid band index");
-  }
+  EXPECT_THAT([&] { constant.GetBand(192); },
+              ::testing::ThrowsMessage<std::runtime_error>("invalid band index"));
   filter.GetBand(5).selected = true;
   EXPECT_TRUE(filter.filter_zones[0].bands[5].selected);
   EXPECT_THROW(FilterInfo().GetBand(0), std::runtime_error);
