@@ -113,14 +113,17 @@ void ExpectCurrentFormReadsBack(const SensorCalibration& legacy) {
   EXPECT_TRUE(current == WrittenForm(legacy));
 }
 
+// What calibration_unversioned.xml reports as it stands.
+const EventList kUnversioned = {Warning(kMissingVersion, "sensor_calibration"),
+                                Check("The .xml file is not of type SensorInfo"),
+                                Warning(kMissingVersion, "sensor"),
+                                Check("!filter_zones.empty ()"),
+                                Warning(kMissingVersion, "filter"),
+                                Warning(kMissingValue, "active_area_width")};
+
 TEST(LegacySamples, CalibrationsOfEveryRootVersion) {
   const std::vector<std::tuple<std::string, EventList, std::string>> cases = {
-      {"calibration_unversioned.xml",
-       {Warning(kMissingVersion, "sensor_calibration"),
-        Check("The .xml file is not of type SensorInfo"), Warning(kMissingVersion, "sensor"),
-        Check("!filter_zones.empty ()"), Warning(kMissingVersion, "filter"),
-        Warning(kMissingValue, "active_area_width")},
-       "VKR9-MZT2x2-470_620"},
+      {"calibration_unversioned.xml", kUnversioned, "VKR9-MZT2x2-470_620"},
       {"calibration_v0.xml", {}, "VKR9-QL5-600_1000"},
       {"calibration_v1.xml", {}, "VKR9-TZT4-600_1000"},
       {"calibration_v2.xml", {}, "VKR9-MZT2x2-470_620"}};
@@ -162,14 +165,6 @@ std::string SampleText(const std::string& name) {
   text << file.rdbuf();
   return text.str();
 }
-
-// What calibration_unversioned.xml reports as it stands.
-const EventList kUnversioned = {Warning(kMissingVersion, "sensor_calibration"),
-                                Check("The .xml file is not of type SensorInfo"),
-                                Warning(kMissingVersion, "sensor"),
-                                Check("!filter_zones.empty ()"),
-                                Warning(kMissingVersion, "filter"),
-                                Warning(kMissingValue, "active_area_width")};
 
 EventList Unversioned(const EventList& more) {
   EventList events = kUnversioned;

@@ -1,5 +1,6 @@
 #include <kelto/hyperspectral/management/sensor_calibration_container.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -193,18 +194,10 @@ TEST(SensorCalibrationContainerLookup, UnknownIdsThrowTwoDifferentTexts) {
   EXPECT_FALSE(container.HasSensorCalibration(""));
 
   LogCapture log;
-  try {
-    container.GetSensorCalibration("1.2.3.4");
-    ADD_FAILURE() << "no exception";
-  } catch (const std::logic_error& error) {
-    EXPECT_EQ(std::string(error.what()), "Sensor calibration id not found");
-  }
-  try {
-    container.GetFileName("1.2.3.4");
-    ADD_FAILURE() << "no exception";
-  } catch (const std::logic_error& error) {
-    EXPECT_EQ(std::string(error.what()), "Sensor calibration not found");
-  }
+  EXPECT_THAT([&] { container.GetSensorCalibration("1.2.3.4"); },
+              ::testing::ThrowsMessage<std::logic_error>("Sensor calibration id not found"));
+  EXPECT_THAT([&] { container.GetFileName("1.2.3.4"); },
+              ::testing::ThrowsMessage<std::logic_error>("Sensor calibration not found"));
   EXPECT_EQ(log.Messages(Logger::eLevel::Error),
             (std::vector<std::string>{"Sensor calibration id not found",
                                       "Sensor calibration not found"}));

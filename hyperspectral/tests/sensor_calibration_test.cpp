@@ -143,50 +143,6 @@ TEST(SensorCalibrationDefects, BlockDefectsAreReportedWhileReadingAndAgainAtTheE
             expected);
 }
 
-TEST(SensorCalibrationDefects, ZoneLeftOfAnEarlierOne) {
-  SensorCalibration calibration = Small();
-  calibration.sensor_info.width_px = 128;
-  FilterZone second = calibration.filter_info.filter_zones[0];
-  calibration.filter_info.filter_zones[0].filter_area.offset_x = 64.0;
-  second.index = 1;
-  calibration.filter_info.filter_zones.push_back(second);
-  const std::string rule =
-      "(prev_filter_zone.filter_area.offset_y + prev_filter_zone.filter_area.height <= "
-      "filter_zone.filter_area.offset_y) || (prev_filter_zone.filter_area.offset_x + "
-      "prev_filter_zone.filter_area.width <= filter_zone.filter_area.offset_x)";
-  EventList expected = With(10, kZoneRead);
-  expected.insert(expected.begin() + 16, Check(rule));
-  expected.push_back(Check(rule));
-  SensorCalibration copy;
-  EXPECT_EQ(Events(Read(copy, calibration.WriteString())), expected);
-}
-
-TEST(SensorCalibrationDefects, UnmeasuredAndMisfitResponsesAreWarnings) {
-  SensorCalibration calibration = Small();
-  calibration.filter_info.filter_zones[0].bands[0].response.clear();
-  calibration.filter_info.filter_zones[0].bands[1].response.push_back(0.0);
-  const std::string misfit =
-      "band.response.size () == filter_info.calibration_info.sample_points_nm.size ()";
-  EventList expected = kSoundRead;
-  expected.insert(expected.end(), {CheckWarning("0 < band.response.size ()"), CheckWarning(misfit),
-                                   CheckWarning(misfit)});
-  SensorCalibration copy;
-  const auto result = Read(copy, calibration.WriteString());
-  EXPECT_EQ(Events(result), expected);
-  EXPECT_EQ(result.state(), kWarning);
-}
-
-TEST(SensorCalibrationDefects, CountsClaimedByTheFileAllocateNothingBeyondItsText) {
-  for (const std::string count : {"18446744073709551615", "99999999999", "-3", "3e9"}) {
-    SensorCalibration calibration;
-    EXPECT_EQ(ReadEdited(calibration, R"(<response nr_elements="3")",
-                         "<response nr_elements=\"" + count + "\""),
-              With(8, {Error(kMissingElement, "response")}))
-        << count;
-    EXPECT_LE(calibration.filter_info.filter_zones[0].bands[0].response.capacity(), 4u) << count;
-  }
-}
-
 TEST(SensorCalibrationDefects, MissingBlocksLeaveTheDefaultsToBeChecked) {
   const EventList default_checks = {Check("SensorTypes::eType::Unknown != sensor_type"),
                                     Check("0 < height_px"),

@@ -54,19 +54,6 @@ TEST(SensorInfoDispatch, NewerAndNegativeVersionsAreRefusedAndDefaultsAreChecked
   }
 }
 
-TEST(SensorInfoDispatch, WrongTagIsReportedAndReadAllTheSame) {
-  SensorInfo sensor;
-  const auto result = Read(sensor, R"(<camera version="2" sensor_type="GENERIC">
-      <width_px>640</width_px><height_px>512</height_px><pixel_pitch_um>15</pixel_pitch_um>
-      <bit_depth>14</bit_depth><overall_gain>1.5</overall_gain></camera>)");
-  EXPECT_EQ(Events(result),
-            (EventList{ReadStart("camera"), Check("The .xml file is not of type SensorInfo")}));
-  EXPECT_EQ(sensor.sensor_type, SensorTypes::GENERIC);
-  EXPECT_EQ(sensor.width_px, 640);
-  EXPECT_EQ(sensor.pixel_pitch_um, 15.0);
-  EXPECT_EQ(sensor.overall_gain, 1.5);
-}
-
 TEST(SensorInfoCurrentForm, MissingAndUnconvertibleItemsAreEventsInFileOrder) {
   SensorInfo sensor;
   EXPECT_EQ(Events(Read(sensor, R"(<sensor_info version="2">
