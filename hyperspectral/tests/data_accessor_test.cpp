@@ -26,7 +26,6 @@ using datatypes::Hypercube;
 using datatypes::HypercubeBandInfo;
 using Spectrum = std::vector<double>;
 using Spectra = std::vector<std::vector<double>>;
-using Reads = std::vector<std::function<void()>>;
 
 const char* const kBusy = "controller \"Data access controller\" is busy, it must be running";
 const char* const kNotStopped =
@@ -551,28 +550,6 @@ TEST(DataAccessorRanges, SampleTypeFirstThenPixelsThenBand) {
 }
 
 // --- States and set-up ----------------------------------------------------------------------
-
-TEST_F(DataAccessorTest, ReadsNeedTheRunningState) {
-  accessor.SetCorrectionMatrix(&matrix);
-  Spectrum spectrum{1.0};
-  const std::vector<Pixel> origin = {{0, 0}};
-  const Reads reads = {
-      [&] { accessor.GetSpectrum(origin[0]); }, [&] { accessor.GetSpectrums(origin); },
-      [&] { accessor.GetSpectrums(std::vector<Pixel>()); }, [&] { accessor.GetBand(origin, 0); },
-      [&] { accessor.CorrectSpectrum(spectrum); }};
-  // GetSpectrum tests its pixel before the lock and the state.
-  EXPECT_THAT([&] { accessor.GetSpectrum({-1, 0}); }, RuntimeError("out of range pixel"));
-  for (int pass = 0; pass < 2; ++pass) {
-    SCOPED_TRACE(pass == 0 ? "before the start" : "after a stop");
-    for (const auto& read : reads) {
-      EXPECT_THAT(read, LogicError(kNotRunning));
-    }
-    EXPECT_EQ(accessor.GetObjectState(), StatedObject::OS_STOPPED);
-    accessor.Start();
-    EXPECT_EQ(accessor.GetSpectrum({0, 0}).size(), 3u);
-    accessor.Stop();
-  }
-}
 
 TEST_F(DataAccessorTest, SetUpTakesEffectAtTheNextStartAndIsRefusedWhileRunning) {
   auto other_cube = MakeCube(3, true, 2);
