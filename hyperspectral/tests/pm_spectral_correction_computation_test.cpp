@@ -163,30 +163,6 @@ TEST(SpectralCorrectionTikhonov, IdentityResponsesShrinkByOnePlusAlphaSquared) {
   EXPECT_DOUBLE_EQ(Coefficients(module, {0.7, 0.3})[0], 1.4 / 8.0);
 }
 
-TEST(SpectralCorrectionTikhonov, RowViewOfTheRightSizeReceivesTheValues) {
-  Module module(WithAlpha(0.0));
-  module.Initialize(Identity());
-  const ColumnVector<double> filter = Column({2.0, 3.0});
-
-  Matrix<double> matrix(2, 2, -1.0);
-  RowVector<double> view(matrix.rows[1], matrix.rows[1] + 2, false);
-  module.ComputeCorrectionCoefficients(view, filter, PeakInfo());
-  EXPECT_FALSE(view.owned);
-  EXPECT_EQ(std::vector<double>(matrix.data, matrix.data + 4),
-            (std::vector<double>{-1.0, -1.0, 2.0, 3.0}));
-
-  // Of another size, a view is replaced by an owned array and its memory left alone.
-  RowVector<double> short_view(matrix.rows[0], matrix.rows[0] + 1, false);
-  module.ComputeCorrectionCoefficients(short_view, filter, PeakInfo());
-  EXPECT_TRUE(short_view.owned);
-  EXPECT_EQ(Values(short_view), (std::vector<double>{2.0, 3.0}));
-  EXPECT_EQ(matrix.rows[0][0], -1.0);
-
-  RowVector<double> long_owned(5, 9.0);
-  module.ComputeCorrectionCoefficients(long_owned, filter, PeakInfo());
-  EXPECT_EQ(Values(long_owned), (std::vector<double>{2.0, 3.0}));
-}
-
 // 16 random bands over 601 samples (400 to 1000 nm), seen through a smooth optical response.
 class SpectralCorrectionRandomResponses : public ::testing::Test {
  protected:
@@ -378,18 +354,7 @@ TEST_F(SpectralCorrectionRandomResponses, MatrixRowsAreTheInversionsSmoothedByWa
   EXPECT_LT((actual - expected).cwiseAbs().maxCoeff(), 1e-9 * expected.cwiseAbs().maxCoeff());
   EXPECT_GT((actual - ToEigen(raw)).cwiseAbs().maxCoeff(), 1e-3 * expected.cwiseAbs().maxCoeff());
 
-  // Smoothing leaves a single row and identical rows alone, and no peak gives no row.
-  const PeakInfo peak = peaks[0];
-  RowVector<double> row;
-  module.ComputeCorrectionCoefficients(row, peak);
-  Matrix<double> single;
-  module.ComputeCorrectionMatrix(single, {peak});
-  ASSERT_EQ(single.row_count, 1u);
-  EXPECT_EQ(Row(single, 0), Values(row));
-  Matrix<double> twins;
-  module.ComputeCorrectionMatrix(twins, {peak, peak});
-  ASSERT_EQ(twins.row_count, 2u);
-  EXPECT_EQ(Row(twins, 0), Row(twins, 1));
+  // No peak gives no row.
   Matrix<double> none(3, 3, 1.0);
   module.ComputeCorrectionMatrix(none, {});
   EXPECT_EQ(none.row_count, 0u);
