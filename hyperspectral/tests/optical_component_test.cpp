@@ -118,8 +118,12 @@ TEST(OpticalComponentLegacy, ParseDateCountsDaysWithoutRangeChecks) {
   // The year is narrowed to 16 bits (70000 - 65536 = 4464), month and day to 8 (258 is 2).
   EXPECT_EQ(Days("70000-01-01"), DaysOf("4464-01-01"));
   EXPECT_EQ(Days("2001-258-03"), DaysOf("2001-02-03"));
-  // std::stoi reads the leading number of each part and skips blanks before it.
+  // std::stoi reads the leading number of each part and skips blanks before it; a part without
+  // one ends the read.
   EXPECT_EQ(Days(" 2001-2a-3rd"), DaysOf("2001-02-03"));
+  for (const char* text : {"x-02-03", "2001-x-03", "2001-02-x"}) {
+    EXPECT_THROW(Days(text), std::invalid_argument) << text;
+  }
 
   // Anything that is not three parts around two hyphens is 1 January 1900.
   for (const char* text :

@@ -312,17 +312,19 @@ TEST(SensorResponseAnalysisSelection, DuplicatesLoseToTheGreaterContribution) {
   Module::Parameters parameters;
   parameters.duplicate_peak_distance_nm = 5.0;
   module.SetParameters(parameters);
-  Peaks peaks{OnePeak(500.0, 0.4), OnePeak(503.0, 0.6), OnePeak(520.0, 0.5), OnePeak(522.0, 0.5)};
-  std::vector<bool> selected(4, true);
-  ColumnVector<double> energies(4, 1.0);
+  Peaks peaks{OnePeak(500.0, 0.4), OnePeak(503.0, 0.6), OnePeak(520.0, 0.5),
+              OnePeak(522.0, 0.5), OnePeak(540.0, 0.5), OnePeak(545.0, 0.5)};
+  std::vector<bool> selected(6, true);
+  ColumnVector<double> energies(6, 1.0);
   module._RemoveDuplicatePeaks(selected, peaks, energies);
-  // The weaker of the first pair goes; of equal ones the later band.
-  EXPECT_THAT(selected, ElementsAre(false, true, true, false));
+  // The weaker of the first pair goes; of equal ones the later band; peaks exactly the distance
+  // apart are no duplicates.
+  EXPECT_THAT(selected, ElementsAre(false, true, true, false, true, true));
   EXPECT_FALSE(peaks[0].empty());  // lists of dropped bands stay
 
   parameters.duplicate_peak_distance_nm = 0.0;
   module.SetParameters(parameters);
-  selected.assign(4, true);
+  selected.assign(6, true);
   module._RemoveDuplicatePeaks(selected, peaks, energies);
   EXPECT_THAT(selected, ::testing::Each(true));
 }
