@@ -173,8 +173,6 @@ double WavelengthFactor(GDALDataset& dataset) {
   return 1.0;
 }
 
-// A raw ENVI data file shorter than its header promises: GDAL opens it and then reads zeros or
-// fails, so it is refused here with both sizes.
 // The "header offset" of an ENVI header, the bytes before the samples; 0 when absent. A value
 // that is not a whole number of bytes from 0 to 2^62 would have the reads start nowhere, so the
 // header is refused as broken, as a bad byte order is.
@@ -189,6 +187,8 @@ long long HeaderOffset(GDALDataset& dataset, const std::string& path) {
   return static_cast<long long>(offset);
 }
 
+// A raw ENVI data file shorter than its header promises: GDAL opens it and then reads zeros or
+// fails, so it is refused here with both sizes.
 void CheckRawSize(GDALDataset& dataset, const std::string& path,
                   std::optional<unsigned long long> sample_bytes, long long header_offset) {
   if (dataset.GetDriver() == nullptr ||

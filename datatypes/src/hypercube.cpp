@@ -39,7 +39,7 @@ BandImageDataFormat const& Within(BandImageDataFormat const& format, unsigned lo
         "band image of " + std::to_string(format.width) + " x " + std::to_string(format.height) +
         " pixels of " + std::to_string(format.GetNrOfBands()) + " bands of " +
         std::to_string(format.element_size) + " bytes needs " + std::to_string(required) +
-        " bytes with its tables, more than the " + "limit of " + std::to_string(limit) + " bytes");
+        " bytes with its tables, more than the limit of " + std::to_string(limit) + " bytes");
   }
   return format;
 }
